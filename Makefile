@@ -1,0 +1,36 @@
+# Wraps CMake. `make` builds Release into build/ (binary: build/quivelar).
+JOBS ?= $(shell nproc)
+
+.PHONY: all deps build test test-release test-asan demo bench clean
+
+all: build
+
+deps:
+	@scripts/install-deps
+
+build:
+	@cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
+	@cmake --build build -j $(JOBS)
+
+# Every test twice: on the Release build and on a build with AddressSanitizer
+# and UndefinedBehaviorSanitizer.
+test: deps test-release test-asan
+
+test-release: build
+	cd build && ctest --output-on-failure -j $(JOBS)
+
+test-asan:
+	@cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DQUIVELAR_SANITIZE=ON >/dev/null
+	@cmake --build build-asan -j $(JOBS)
+	cd build-asan && ASAN_OPTIONS=detect_leaks=0:abort_on_error=0 ctest --output-on-failure -j $(JOBS)
+
+demo: deps build
+	scripts/demo
+
+bench: deps
+	@cmake -S . -B build -DCMAKE_BUILD_TYPE=Release -DQUIVELAR_BENCH=ON >/dev/null
+	@cmake --build build -j $(JOBS)
+	build/bench/quivelar_bench
+
+clean:
+	rm -rf build build-asan demo-out

@@ -1,0 +1,21 @@
+// The command table: one row per tool, read by both the dispatcher and the
+// help list.
+#pragma once
+
+#include <cstddef>
+
+using Ferramenta = void (*)(int argc, char** argv);
+
+struct Comando {
+  const char* chave;       // lower-case command word
+  Ferramenta ferramenta;   // called with argv[0] = the command word as typed
+  const char* ajuda;       // the help list's row
+};
+
+extern const Comando comandos[];
+extern const size_t numeroComandos;
+
+// The tool whose key equals the lower-cased command word, or nullptr.
+Ferramenta achaFerramenta(const char* palavraMinuscula);
+void imprimeBanner();
+void imprimeProgramas();

@@ -1,0 +1,54 @@
+// quivelar: one executable, 26 tools for testing local image features.
+// The first word names the tool (any letter case); the rest are its arguments.
+#include "app/comandos.hpp"
+#include "support/argumentos.hpp"
+#include "support/erro.hpp"
+#include "support/numeros.hpp"
+
+#include <opencv2/core.hpp>
+
+#include <cstdio>
+#include <new>
+#include <string>
+
+namespace {
+
+int falha(const std::string& mensagem) {
+  std::fflush(stdout);  // what the tool printed comes before its error
+  std::fputs(mensagem.c_str(), stderr);
+  std::fputc('\n', stderr);
+  return 1;
+}
+
+int executa(int argc, char** argv) {
+  if (argc < 2) {
+    imprimeBanner();
+    imprimeProgramas();
+    tvm::erro("Erro: Numero de argumentos invalido");
+  }
+  const int t0 = tvm::centseg();
+  const std::string palavra = tvm::minuscula(argv[1]);
+  const Ferramenta ferramenta = achaFerramenta(palavra.c_str());
+  if (ferramenta == nullptr) tvm::erro("Erro: Programa inexistente ", palavra);
+  ferramenta(argc - 1, argv + 1);
+  const int d = tvm::centseg() - t0;
+  std::printf("Tempo gasto=%d.%02ds\n", d / 100, d % 100);
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Every failure ends here, once: a message on stderr and status 1.
+  try {
+    return executa(argc, argv);
+  } catch (const tvm::Erro& e) {
+    return falha(e.what());
+  } catch (const cv::Exception& e) {
+    return falha("Erro: OpenCV: " + e.err);
+  } catch (const std::bad_alloc&) {
+    return falha("Erro: memoria insuficiente");
+  } catch (const std::exception& e) {
+    return falha(std::string("Erro: ") + e.what());
+  }
+}

@@ -1,0 +1,102 @@
+#include "formats/match_file.hpp"
+
+#include "support/arquivos.hpp"
+#include "support/erro.hpp"
+#include "support/numeros.hpp"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+
+namespace formats {
+
+namespace {
+
+const char* const kComentario =
+    "//dist-ratio k1.pt.x k1.pt.y k1.size k1.angle k1.response k1.octave k1.class_id k2.pt.x k2.pt.y k2.size "
+    "k2.angle k2.response k2.octave k2.class_id\n";
+constexpr int kColunas = 15;
+// The shortest possible match line ("0 0 0 ... 0\n") has 30 bytes.
+constexpr long kMenorLinha = 2 * kColunas;
+
+bool leKeyPoint(FILE* f, cv::KeyPoint& k) {
+  return tvm::leNum(f, k.pt.x) && tvm::leNum(f, k.pt.y) && tvm::leNum(f, k.size) && tvm::leNum(f, k.angle) &&
+         tvm::leNum(f, k.response) && tvm::leNum(f, k.octave) && tvm::leNum(f, k.class_id);
+}
+
+void escreveKeyPoint(FILE* f, const cv::KeyPoint& k) {
+  std::fprintf(f, "%e %e %e %e %e %d %d", k.pt.x, k.pt.y, k.size, k.angle, k.response, k.octave, k.class_id);
+}
+
+long tamanhoArquivo(const std::string& nome) {
+  struct stat info {};
+  return ::stat(nome.c_str(), &info) == 0 ? static_cast<long>(info.st_size) : 0;
+}
+
+}  // namespace
+
+void impMatch(const std::vector<cv::DMatch>& matches, const std::vector<cv::KeyPoint>& keypoints1,
+              const std::vector<cv::KeyPoint>& keypoints2, const std::string& fileName,
+              const std::vector<bool>& selection) {
+  if (!selection.empty() && selection.size() != matches.size())
+    tvm::erro("Erro: impMatch: vet.size()!=matches.size()");
+  const auto escolhido = [&](size_t i) { return selection.empty() || selection[i]; };
+  unsigned contagem = 0;
+  for (size_t i = 0; i < matches.size(); ++i) {
+    if (!escolhido(i)) continue;
+    const cv::DMatch& m = matches[i];
+    if (m.queryIdx < 0 || static_cast<size_t>(m.queryIdx) >= keypoints1.size() || m.trainIdx < 0 ||
+        static_cast<size_t>(m.trainIdx) >= keypoints2.size())
+      tvm::erro("Erro: impMatch: indice de keypoint fora do intervalo");
+    ++contagem;
+  }
+
+  tvm::SaidaSegura saida(fileName);
+  tvm::Arquivo arquivo(saida.temporario(), "w");
+  if (!arquivo) tvm::erro("Erro abertura arquivo ", fileName);
+  FILE* f = arquivo.get();
+  std::fprintf(f, "%u 15\n", contagem);
+  std::fputs(kComentario, f);
+  for (size_t i = 0; i < matches.size(); ++i) {
+    if (!escolhido(i)) continue;
+    std::fprintf(f, "%e  ", matches[i].distance);
+    escreveKeyPoint(f, keypoints1[matches[i].queryIdx]);
+    std::fputs("  ", f);
+    escreveKeyPoint(f, keypoints2[matches[i].trainIdx]);
+    std::fputc('\n', f);
+  }
+  if (!arquivo.fecha()) tvm::erro("Erro abertura arquivo ", fileName);
+  saida.confirma();
+}
+
+void leMatch(std::vector<cv::DMatch>& matches, std::vector<cv::KeyPoint>& keypoints1,
+             std::vector<cv::KeyPoint>& keypoints2, const std::string& fileName) {
+  tvm::Arquivo arquivo(fileName, "r");
+  if (!arquivo) tvm::erro("Erro arquivo inexistente ", fileName);
+  FILE* f = arquivo.get();
+  int n = 0, colunas = 0;
+  if (!tvm::leNum(f, n) || !tvm::leNum(f, colunas)) tvm::erro("Erro: linha de contagem invalida em ", fileName);
+  if (colunas != kColunas) tvm::erro("Erro: Arquivo nao tem 15 colunas");
+  if (n < 0) tvm::erro("Erro: numero de casamentos negativo em ", fileName);
+
+  // The count line is not trusted for allocation: a file cannot hold more
+  // lines than its size allows.
+  const size_t previstos = static_cast<size_t>(std::min<long>(n, tamanhoArquivo(fileName) / kMenorLinha + 1));
+  matches.clear();
+  keypoints1.clear();
+  keypoints2.clear();
+  matches.reserve(previstos);
+  keypoints1.reserve(previstos);
+  keypoints2.reserve(previstos);
+  for (int i = 0; i < n; ++i) {
+    cv::DMatch m(i, i, -1, 0.0f);
+    cv::KeyPoint k1, k2;
+    if (!tvm::leNum(f, m.distance) || !leKeyPoint(f, k1) || !leKeyPoint(f, k2))
+      tvm::erro("Erro: arquivo de casamentos truncado ou invalido ", fileName);
+    matches.push_back(m);
+    keypoints1.push_back(k1);
+    keypoints2.push_back(k2);
+  }
+}
+
+}  // namespace formats

@@ -1,0 +1,124 @@
+#include "formats/stores.hpp"
+
+#include "support/arquivos.hpp"
+#include "support/erro.hpp"
+
+#include <cmath>
+
+namespace formats {
+
+namespace {
+
+constexpr int kCamposKeyPoint = 7;
+
+double numero(const cv::FileNode& node, const std::string& file) {
+  if (!node.isReal() && !node.isInt()) tvm::erro("Erro: keypoints malformados em ", file);
+  const double v = node.real();
+  if (!std::isfinite(v)) tvm::erro("Erro: valor nao finito nos keypoints de ", file);
+  return v;
+}
+
+cv::KeyPoint keyPoint(const double campos[kCamposKeyPoint]) {
+  return cv::KeyPoint(static_cast<float>(campos[0]), static_cast<float>(campos[1]), static_cast<float>(campos[2]),
+                      static_cast<float>(campos[3]), static_cast<float>(campos[4]), static_cast<int>(campos[5]),
+                      static_cast<int>(campos[6]));
+}
+
+std::vector<cv::KeyPoint> leNodeKeyPoints(const cv::FileNode& node, const std::string& file) {
+  std::vector<cv::KeyPoint> keypoints;
+  if (node.empty() || node.isNone()) return keypoints;
+  if (!node.isSeq()) tvm::erro("Erro: keypoints malformados em ", file);
+  const bool aninhado = node.size() > 0 && node[0].isSeq();
+  double campos[kCamposKeyPoint];
+  if (aninhado) {
+    keypoints.reserve(node.size());
+    for (const cv::FileNode& item : node) {
+      if (!item.isSeq() || item.size() != kCamposKeyPoint) tvm::erro("Erro: keypoints malformados em ", file);
+      for (int k = 0; k < kCamposKeyPoint; ++k) campos[k] = numero(item[k], file);
+      keypoints.push_back(keyPoint(campos));
+    }
+    return keypoints;
+  }
+  if (node.size() % kCamposKeyPoint != 0) tvm::erro("Erro: keypoints malformados em ", file);
+  keypoints.reserve(node.size() / kCamposKeyPoint);
+  int k = 0;
+  for (const cv::FileNode& item : node) {
+    campos[k++] = numero(item, file);
+    if (k == kCamposKeyPoint) {
+      keypoints.push_back(keyPoint(campos));
+      k = 0;
+    }
+  }
+  return keypoints;
+}
+
+// Opens `file` for reading; malformed text is reported like a failed open.
+void abreLeitura(cv::FileStorage& fs, const std::string& file) {
+  bool aberto = false;
+  try {
+    aberto = fs.open(file, cv::FileStorage::READ, "");
+  } catch (const cv::Exception&) {
+    aberto = false;
+  }
+  if (!aberto) tvm::erro("Erro abertura arquivo ", file);
+}
+
+void escreveKeyPoints(cv::FileStorage& fs, const std::vector<cv::KeyPoint>& keypoints) {
+  // One flat flow sequence, as OpenCV 2.4 wrote it.
+  fs << "keypoints" << "[:";
+  for (const cv::KeyPoint& k : keypoints)
+    fs << k.pt.x << k.pt.y << k.size << k.angle << k.response << k.octave << k.class_id;
+  fs << "]";
+}
+
+void escreve(const std::string& file, const std::vector<cv::KeyPoint>& keypoints, const cv::Mat* descriptors) {
+  tvm::SaidaSegura saida(file);
+  {
+    cv::FileStorage fs;
+    bool aberto = false;
+    try {
+      aberto = fs.open(saida.temporario(), cv::FileStorage::WRITE, "");
+      if (aberto) {
+        escreveKeyPoints(fs, keypoints);
+        if (descriptors) cv::write(fs, "descriptors", *descriptors);
+        fs.release();
+      }
+    } catch (const cv::Exception&) {
+      aberto = false;
+    }
+    if (!aberto) tvm::erro("Erro abertura arquivo ", file);
+  }
+  saida.confirma();
+}
+
+}  // namespace
+
+std::vector<cv::KeyPoint> leKeyPoints(const std::string& file) {
+  cv::FileStorage fs;
+  abreLeitura(fs, file);
+  std::vector<cv::KeyPoint> keypoints = leNodeKeyPoints(fs["keypoints"], file);
+  fs.release();
+  return keypoints;
+}
+
+void leDescritores(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat& descriptors) {
+  cv::FileStorage fs;
+  abreLeitura(fs, file);
+  keypoints = leNodeKeyPoints(fs["keypoints"], file);
+  try {
+    cv::read(fs["descriptors"], descriptors, cv::Mat());
+  } catch (const cv::Exception&) {
+    tvm::erro("Erro: descritores malformados em ", file);
+  }
+  fs.release();
+}
+
+void impKeyPoints(const std::string& file, const std::vector<cv::KeyPoint>& keypoints) {
+  escreve(file, keypoints, nullptr);
+}
+
+void impDescritores(const std::string& file, const std::vector<cv::KeyPoint>& keypoints, const cv::Mat& descriptors) {
+  escreve(file, keypoints, &descriptors);
+}
+
+}  // namespace formats

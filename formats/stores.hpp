@@ -1,0 +1,30 @@
+// Keypoint stores and descriptor stores.
+//
+// cv::FileStorage files; XML, YAML or gzip-compressed by the file name's
+// extension (".xml", ".yml", ".yaml", a further ".gz").
+//   node "keypoints":   one flat sequence of seven numbers per keypoint,
+//                       x y size angle response octave class_id
+//                       (x right, y down, pixels from the top-left pixel's
+//                       centre; size a diameter; angle in degrees).
+//                       Readers also accept OpenCV 4's nested layout, one
+//                       seven-number sequence per keypoint.
+//   node "descriptors": descriptor stores only, after "keypoints"; a matrix
+//                       with row i describing keypoint i.
+// A missing node reads as an empty list or an empty matrix.
+#pragma once
+
+#include <opencv2/core.hpp>
+
+#include <string>
+#include <vector>
+
+namespace formats {
+
+std::vector<cv::KeyPoint> leKeyPoints(const std::string& file);
+void leDescritores(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat& descriptors);
+
+// Writers replace `file` whole or leave it untouched.
+void impKeyPoints(const std::string& file, const std::vector<cv::KeyPoint>& keypoints);
+void impDescritores(const std::string& file, const std::vector<cv::KeyPoint>& keypoints, const cv::Mat& descriptors);
+
+}  // namespace formats

@@ -1,0 +1,14 @@
+#include "support/erro.hpp"
+
+#include <cstdio>
+
+namespace tvm {
+
+void erro(const std::string& a, const std::string& b, const std::string& c) { throw Erro(a + b + c); }
+
+void falhaUso(std::initializer_list<const char*> linhas) {
+  for (const char* linha : linhas) std::puts(linha);
+  erro("Erro: Numero de argumentos invalido");
+}
+
+}  // namespace tvm

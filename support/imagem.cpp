@@ -1,0 +1,68 @@
+#include "support/imagem.hpp"
+
+#include "support/arquivos.hpp"
+#include "support/erro.hpp"
+
+#include <opencv2/imgcodecs.hpp>
+
+namespace tvm {
+
+namespace {
+
+cv::Mat leArquivo(const std::string& file, int modo) {
+  cv::Mat lida;
+  try {
+    lida = cv::imread(file, modo);
+  } catch (const cv::Exception&) {
+    lida.release();
+  }
+  if (lida.empty()) erro("Erro abertura arquivo ", file);
+  return lida;
+}
+
+}  // namespace
+
+void le(cv::Mat_<uchar>& image, const std::string& file) { image = leArquivo(file, cv::IMREAD_GRAYSCALE); }
+
+void le(cv::Mat_<cv::Vec3b>& image, const std::string& file) { image = leArquivo(file, cv::IMREAD_COLOR); }
+
+void imp(const cv::Mat_<cv::Vec3b>& image, const std::string& file) {
+  if (image.empty()) erro("Erro: imagem vazia para ", file);
+  SaidaSegura saida(file);
+  bool escreveu = false;
+  try {
+    escreveu = cv::imwrite(saida.temporario(), image);
+  } catch (const cv::Exception&) {
+    escreveu = false;
+  }
+  if (!escreveu) erro("Erro abertura arquivo ", file);
+  saida.confirma();
+}
+
+void converte(const cv::Mat_<uchar>& in, cv::Mat_<cv::Vec3b>& out) {
+  out.create(in.rows, in.cols);
+  for (int r = 0; r < in.rows; ++r) {
+    const uchar* origem = in[r];
+    cv::Vec3b* destino = out[r];
+    for (int c = 0; c < in.cols; ++c) destino[c] = cv::Vec3b(origem[c], origem[c], origem[c]);
+  }
+}
+
+void converte(const cv::Mat_<uchar>& in, cv::Mat_<std::complex<float>>& out) {
+  out.create(in.rows, in.cols);
+  for (int r = 0; r < in.rows; ++r) {
+    const uchar* origem = in[r];
+    std::complex<float>* destino = out[r];
+    for (int c = 0; c < in.cols; ++c) destino[c] = std::complex<float>(origem[c], 0.0f);
+  }
+}
+
+cv::Mat_<uchar> grudaV(const cv::Mat_<uchar>& top, const cv::Mat_<uchar>& bottom, int gap, uchar fill) {
+  if (gap < 0) erro("Erro grudaV: espacamento negativo");
+  cv::Mat_<uchar> junta(top.rows + gap + bottom.rows, std::max(top.cols, bottom.cols), fill);
+  top.copyTo(junta(cv::Rect(0, 0, top.cols, top.rows)));
+  bottom.copyTo(junta(cv::Rect(0, top.rows + gap, bottom.cols, bottom.rows)));
+  return junta;
+}
+
+}  // namespace tvm

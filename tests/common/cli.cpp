@@ -1,0 +1,88 @@
+#include "tests/common/cli.hpp"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <regex>
+#include <stdexcept>
+
+namespace teste {
+
+namespace {
+
+void fechaSeAberto(int& fd) {
+  if (fd >= 0) ::close(fd);
+  fd = -1;
+}
+
+[[noreturn]] void filho(const std::vector<std::string>& args, const std::string& pasta, int out, int err) {
+  ::dup2(out, STDOUT_FILENO);
+  ::dup2(err, STDERR_FILENO);
+  const int nada = ::open("/dev/null", O_RDONLY);
+  ::dup2(nada, STDIN_FILENO);
+  if (!pasta.empty() && ::chdir(pasta.c_str()) != 0) ::_exit(127);
+  std::vector<char*> argv;
+  argv.push_back(const_cast<char*>(QUIVELAR_BIN));
+  for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+  argv.push_back(nullptr);
+  ::execv(QUIVELAR_BIN, argv.data());
+  ::_exit(127);
+}
+
+}  // namespace
+
+Execucao roda(const std::vector<std::string>& args, const std::string& pasta, double limiteSegundos) {
+  int out[2], err[2];
+  if (::pipe(out) != 0 || ::pipe(err) != 0) throw std::runtime_error("pipe");
+  const pid_t pid = ::fork();
+  if (pid < 0) throw std::runtime_error("fork");
+  if (pid == 0) filho(args, pasta, out[1], err[1]);
+  ::close(out[1]);
+  ::close(err[1]);
+
+  Execucao e;
+  int fds[2] = {out[0], err[0]};
+  std::string* destinos[2] = {&e.out, &e.err};
+  const auto fim = std::chrono::steady_clock::now() + std::chrono::duration<double>(limiteSegundos);
+  while (fds[0] >= 0 || fds[1] >= 0) {
+    const auto resta = std::chrono::duration_cast<std::chrono::milliseconds>(fim - std::chrono::steady_clock::now());
+    if (resta.count() <= 0) {
+      e.estourou = true;
+      ::kill(pid, SIGKILL);
+      break;
+    }
+    pollfd p[2] = {{fds[0], POLLIN, 0}, {fds[1], POLLIN, 0}};
+    if (::poll(p, 2, static_cast<int>(resta.count())) < 0) continue;
+    for (int k = 0; k < 2; ++k) {
+      if (fds[k] < 0 || !(p[k].revents & (POLLIN | POLLHUP | POLLERR))) continue;
+      char buf[4096];
+      const ssize_t n = ::read(fds[k], buf, sizeof buf);
+      if (n > 0)
+        destinos[k]->append(buf, static_cast<size_t>(n));
+      else
+        fechaSeAberto(fds[k]);
+    }
+  }
+  fechaSeAberto(fds[0]);
+  fechaSeAberto(fds[1]);
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  if (WIFEXITED(status)) e.status = WEXITSTATUS(status);
+  if (WIFSIGNALED(status)) e.sinal = WTERMSIG(status);
+  return e;
+}
+
+std::string semTempo(const std::string& out) {
+  static const std::regex linhaTempo("Tempo gasto=[0-9]+\\.[0-9]{2}s\n$");
+  std::smatch m;
+  if (!std::regex_search(out, m, linhaTempo)) return out + "<sem linha de tempo>";
+  const size_t inicio = static_cast<size_t>(m.position(0));
+  if (inicio != 0 && out[inicio - 1] != '\n') return out + "<sem linha de tempo>";
+  return out.substr(0, inicio);
+}
+
+}  // namespace teste
