@@ -20,7 +20,7 @@ test-release: build
 	cd build && ctest --output-on-failure -j $(JOBS)
 
 test-asan:
-	@cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DQUIVELAR_SANITIZE=ON >/dev/null
+	@cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUIVELAR_SANITIZE=ON >/dev/null
 	@cmake --build build-asan -j $(JOBS)
 	cd build-asan && ASAN_OPTIONS=detect_leaks=0:abort_on_error=0 ctest --output-on-failure -j $(JOBS)
 
