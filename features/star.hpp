@@ -2,8 +2,17 @@
 // star-shaped bi-level filter, two overlapping squares (one upright, one
 // turned 45 degrees), computed on integral images at a set of filter sizes.
 //
-// Keypoint fields: whole-number pt, size from the filter-size table, angle -1,
-// octave 0, class_id -1, response the filter response.
+// The filters pair an outer star with an inner one of about half its size;
+// those whose outer star is at most maxSize are used, and a keypoint is a
+// pixel whose strongest filter is not the smallest or the largest, whose
+// response passes responseThreshold and is the extremum of its
+// suppressNonmaxSize window, and that does not lie on a line (Harris measure
+// of the response, and of the "same filter" indicator, against the two line
+// thresholds). Pixels closer to the border than the largest star are skipped.
+//
+// Keypoint fields: whole-number pt, size the outer star's size, angle -1,
+// octave 0, class_id -1, response the magnitude of the filter response in
+// grey levels (bright and dark blobs alike).
 #pragma once
 
 #include <opencv2/core.hpp>

@@ -7,11 +7,17 @@
 // turned to its dominant orientation; 64 floats (128 when extended), unit
 // length.
 //
-// Keypoint fields as detect() fills them: pt in pixels (x right, y down);
-// size = round(1.2 * filterSide / 9 * 2)-style whole-number diameter derived
-// from the scale; angle in degrees [0, 360), counter-clockwise with y down as
-// OpenCV measures it; response the Hessian determinant; octave the octave
-// index; class_id the sign of the Hessian trace (1 or -1).
+// Scale space: layer k of octave o uses filters of side (9 + 6k) * 2^o,
+// sampled every 2^o pixels; nOctaveLayers layers per octave are searched,
+// plus one above and one below for the comparison in scale.
+//
+// Keypoint fields as detect() fills them: pt in pixels (x right, y down,
+// pixel centres at whole numbers); size the filter side interpolated between
+// layers and rounded (the Gaussian scale is 1.2 * size / 9); angle in degrees
+// [0, 360), the direction of the descriptor's x axis measured from +x towards
+// +y, so that with y down it turns clockwise on screen (270 when upright);
+// response the Hessian determinant in squared grey levels; octave the octave
+// index; class_id the sign of the Hessian trace (1: dark blob, -1: bright).
 #pragma once
 
 #include <opencv2/core.hpp>
@@ -25,9 +31,12 @@ class SURF {
   explicit SURF(double hessianThreshold = 100, int nOctaves = 4, int nOctaveLayers = 3, bool extended = false,
                 bool upright = false);
 
+  // Any grey or colour image; keypoints come out by decreasing response.
   void detect(const cv::Mat& image, std::vector<cv::KeyPoint>& keypoints, const cv::Mat& mask = cv::Mat()) const;
   // Recomputes each keypoint's angle (270 when upright) and drops keypoints
-  // too large for the image; `descriptors` gets one CV_32F row per kept one.
+  // too large for the image, centred outside it or with no orientation
+  // sample inside it; `descriptors` gets one CV_32F row per kept keypoint,
+  // in the order of the kept keypoints (zero when the patch is flat).
   void compute(const cv::Mat& image, std::vector<cv::KeyPoint>& keypoints, cv::Mat& descriptors) const;
 
   int descriptorSize() const { return extended_ ? 128 : 64; }

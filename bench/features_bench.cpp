@@ -1,0 +1,172 @@
+// Our SURF and STAR against OpenCV's SIFT on data/img1.png (800 x 640), one
+// thread, stage by stage; plus the full invariance measurement (every 15
+// degrees and three scales on the whole image), reported as counters.
+#include "features/invariancia.hpp"
+#include "features/star.hpp"
+#include "features/surf.hpp"
+
+#include <benchmark/benchmark.h>
+#include <opencv2/features2d.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <string>
+
+namespace {
+
+const cv::Mat& imagem() {
+  static const cv::Mat img = [] {
+    cv::setNumThreads(1);
+    return cv::imread(std::string(QUIVELAR_DATA) + "/img1.png", cv::IMREAD_GRAYSCALE);
+  }();
+  return img;
+}
+
+void BM_SurfDetect(benchmark::State& st) {
+  const features::SURF surf;
+  std::vector<cv::KeyPoint> kps;
+  for (auto _ : st) {
+    surf.detect(imagem(), kps);
+    benchmark::DoNotOptimize(kps.data());
+  }
+  st.counters["keypoints"] = double(kps.size());
+}
+BENCHMARK(BM_SurfDetect)->Unit(benchmark::kMillisecond);
+
+void BM_SurfCompute(benchmark::State& st) {
+  const features::SURF surf;
+  std::vector<cv::KeyPoint> fixos;
+  surf.detect(imagem(), fixos);
+  cv::Mat desc;
+  for (auto _ : st) {
+    std::vector<cv::KeyPoint> kps = fixos;
+    surf.compute(imagem(), kps, desc);
+    benchmark::DoNotOptimize(desc.data);
+  }
+  st.counters["keypoints"] = double(desc.rows);
+}
+BENCHMARK(BM_SurfCompute)->Unit(benchmark::kMillisecond);
+
+void BM_SurfDetectCompute(benchmark::State& st) {
+  const features::SURF surf;
+  std::vector<cv::KeyPoint> kps;
+  cv::Mat desc;
+  for (auto _ : st) {
+    surf.detect(imagem(), kps);
+    surf.compute(imagem(), kps, desc);
+    benchmark::DoNotOptimize(desc.data);
+  }
+}
+BENCHMARK(BM_SurfDetectCompute)->Unit(benchmark::kMillisecond);
+
+void BM_SiftDetectAndCompute(benchmark::State& st) {
+  const cv::Ptr<cv::SIFT> sift = cv::SIFT::create();
+  std::vector<cv::KeyPoint> kps;
+  cv::Mat desc;
+  for (auto _ : st) {
+    sift->detectAndCompute(imagem(), cv::noArray(), kps, desc);
+    benchmark::DoNotOptimize(desc.data);
+  }
+  st.counters["keypoints"] = double(kps.size());
+}
+BENCHMARK(BM_SiftDetectAndCompute)->Unit(benchmark::kMillisecond);
+
+void BM_StarDetect(benchmark::State& st) {
+  const features::StarDetector star(64, 10, 10, 8, 5);
+  std::vector<cv::KeyPoint> kps;
+  for (auto _ : st) {
+    star.detect(imagem(), kps);
+    benchmark::DoNotOptimize(kps.data());
+  }
+  st.counters["keypoints"] = double(kps.size());
+}
+BENCHMARK(BM_StarDetect)->Unit(benchmark::kMillisecond);
+
+cv::Matx33d rotacao(cv::Size tam, double graus) {
+  const cv::Mat A = cv::getRotationMatrix2D(cv::Point2f((tam.width - 1) * 0.5f, (tam.height - 1) * 0.5f), graus, 1);
+  cv::Matx33d H = cv::Matx33d::eye();
+  for (int r = 0; r < 2; ++r)
+    for (int c = 0; c < 3; ++c) H(r, c) = A.at<double>(r, c);
+  return H;
+}
+
+struct Pior {
+  double repeticao = 1, angulo = 1, descritor = 1;
+  void junta(const features::Repeticao& r, double d) {
+    repeticao = std::min(repeticao, r.razao());
+    angulo = std::min(angulo, r.razaoAngulo());
+    descritor = std::min(descritor, d);
+  }
+};
+
+// Keypoints of img mapped exactly into out; fraction whose descriptor's
+// nearest neighbour is its partner.
+double acertoDescritor(const features::SURF& surf, const std::vector<cv::KeyPoint>& base, const cv::Mat& img,
+                       const cv::Mat& out, const cv::Matx33d& H) {
+  std::vector<cv::KeyPoint> k1 = base, k2;
+  for (size_t i = 0; i < k1.size(); ++i) {
+    k1[i].class_id = int(i);
+    k2.push_back(features::mapeia(k1[i], H));
+  }
+  cv::Mat d1, d2;
+  surf.compute(img, k1, d1);
+  surf.compute(out, k2, d2);
+  return features::acertoVizinho(k1, d1, k2, d2);
+}
+
+// Worst value over the 24 angles (and over the three scales) on the full image.
+void BM_SurfInvariancia(benchmark::State& st) {
+  const cv::Mat& img = imagem();
+  const features::SURF surf;
+  Pior rot, esc;
+  for (auto _ : st) {
+    std::vector<cv::KeyPoint> k1;
+    surf.detect(img, k1);
+    for (int graus = 0; graus < 360; graus += 15) {
+      const cv::Matx33d H = rotacao(img.size(), graus);
+      cv::Mat out;
+      cv::warpAffine(img, out, cv::Mat(H).rowRange(0, 2), img.size());
+      std::vector<cv::KeyPoint> k2;
+      surf.detect(out, k2);
+      rot.junta(features::repeticao(k1, img.size(), k2, out.size(), H, true), acertoDescritor(surf, k1, img, out, H));
+    }
+    for (double f : {1.5, 2.0, 2.5}) {
+      const cv::Matx33d H(f, 0, 0, 0, f, 0, 0, 0, 1);
+      cv::Mat out;
+      cv::warpAffine(img, out, cv::Mat(H).rowRange(0, 2), cv::Size(cvRound(img.cols * f), cvRound(img.rows * f)));
+      std::vector<cv::KeyPoint> k2;
+      surf.detect(out, k2);
+      esc.junta(features::repeticao(k1, img.size(), k2, out.size(), H, true), acertoDescritor(surf, k1, img, out, H));
+    }
+  }
+  st.counters["rot_repeticao"] = rot.repeticao;
+  st.counters["rot_angulo"] = rot.angulo;
+  st.counters["rot_descritor"] = rot.descritor;
+  st.counters["esc_repeticao"] = esc.repeticao;
+  st.counters["esc_angulo"] = esc.angulo;
+  st.counters["esc_descritor"] = esc.descritor;
+}
+BENCHMARK(BM_SurfInvariancia)->Unit(benchmark::kSecond)->Iterations(1);
+
+void BM_StarInvariancia(benchmark::State& st) {
+  const cv::Mat& img = imagem();
+  const features::StarDetector star(64, 10, 10, 8, 5);
+  double pior = 1;
+  for (auto _ : st) {
+    std::vector<cv::KeyPoint> k1;
+    star.detect(img, k1);
+    for (int graus = 0; graus < 360; graus += 15) {
+      const cv::Matx33d H = rotacao(img.size(), graus);
+      cv::Mat out;
+      cv::warpAffine(img, out, cv::Mat(H).rowRange(0, 2), img.size());
+      std::vector<cv::KeyPoint> k2;
+      star.detect(out, k2);
+      pior = std::min(pior, features::repeticao(k1, img.size(), k2, out.size(), H, false).razao());
+    }
+  }
+  st.counters["rot_repeticao"] = pior;
+}
+BENCHMARK(BM_StarInvariancia)->Unit(benchmark::kSecond)->Iterations(1);
+
+}  // namespace
