@@ -1,0 +1,49 @@
+// KeySurf and KeyStar: our own SURF and STAR detectors.
+#include "formats/stores.hpp"
+#include "keypoints/key_detect.hpp"
+#include "keypoints/tools.hpp"
+#include "support/argumentos.hpp"
+#include "support/erro.hpp"
+#include "support/imagem.hpp"
+
+#include <cstdio>
+
+namespace keypoints {
+
+features::SURF surfDoKeySurf(std::optional<double> limiar) {
+  if (!limiar) return features::SURF(100, 4, 3, false, false);
+  return features::SURF(*limiar, 4, 2, true, false);
+}
+
+features::StarDetector starDoKeyStar() { return features::StarDetector(64, 10, 10, 8, 5); }
+
+}  // namespace keypoints
+
+void KeySurf(int argc, char** argv) {
+  if (argc != 3 && argc != 4) tvm::falhaUso({"KeySurf a.pgm a.xml [thresh]", "  Ex: KeySurf a.pgm a.xml 8000"});
+  cv::Mat_<uchar> img;
+  tvm::le(img, argv[1]);
+
+  std::optional<double> limiar;
+  if (argc == 4) {
+    double t = 0;
+    tvm::convArg(t, argv[3]);
+    limiar = t;
+  }
+
+  std::vector<cv::KeyPoint> keypoints;
+  keypoints::surfDoKeySurf(limiar).detect(img, keypoints, cv::Mat());
+  std::printf("Keypoints=%u\n", static_cast<unsigned>(keypoints.size()));
+  formats::impKeyPoints(argv[2], keypoints);
+}
+
+void KeyStar(int argc, char** argv) {
+  if (argc != 3) tvm::falhaUso({"KeyStar a.pgm a.xml", "  Ex: KeySift a.pgm a.xml"});
+  cv::Mat_<uchar> img;
+  tvm::le(img, argv[1]);
+
+  std::vector<cv::KeyPoint> keypoints;
+  keypoints::starDoKeyStar().detect(img, keypoints, cv::Mat());
+  std::printf("Keypoints=%u\n", static_cast<unsigned>(keypoints.size()));
+  formats::impKeyPoints(argv[2], keypoints);
+}
