@@ -1,0 +1,53 @@
+// DesSift and DesSurf: descriptors by the library's SIFT and by our SURF, on
+// the keypoints of a store or, without one, on keypoints the same algorithm
+// detects.
+#include "descriptors/frame.hpp"
+#include "descriptors/patch.hpp"
+#include "descriptors/tools.hpp"
+#include "features/surf.hpp"
+#include "formats/stores.hpp"
+#include "support/erro.hpp"
+#include "support/imagem.hpp"
+
+#include <opencv2/features2d.hpp>
+
+#include <cstdio>
+
+namespace {
+
+// The count is that of the keypoints given or detected; compute may drop
+// some, and the store keeps only those that remain.
+void mostraContagem(const std::vector<cv::KeyPoint>& keypoints) {
+  std::printf("KeyPoints k=%u\n", static_cast<unsigned>(keypoints.size()));
+  for (size_t i = 0; i < keypoints.size(); ++i) validaKeyPoint(keypoints[i], i);
+}
+
+cv::Ptr<cv::SIFT> novoSift() { return cv::SIFT::create(0, 3, 0.04, 10.0, 1.6); }
+
+}  // namespace
+
+void DesSift(int argc, char** argv) {
+  if (argc != 3 && argc != 4) tvm::falhaUso({"DesSift a.pgm DesA.xml [KeyA.xml]"});
+  cv::Mat_<uchar> image;
+  tvm::le(image, argv[1]);
+  std::vector<cv::KeyPoint> keypoints = argc == 4 ? formats::leKeyPoints(argv[3]) : detectaSift(image);
+  mostraContagem(keypoints);
+  cv::Mat descriptors;
+  novoSift()->compute(image, keypoints, descriptors);
+  formats::impDescritores(argv[2], keypoints, descriptors);
+}
+
+void DesSurf(int argc, char** argv) {
+  if (argc != 3 && argc != 4) tvm::falhaUso({"DesSurf a.pgm DesA.xml [KeyA.xml]"});
+  cv::Mat_<uchar> image;
+  tvm::le(image, argv[1]);
+  std::vector<cv::KeyPoint> keypoints;
+  if (argc == 4)
+    keypoints = formats::leKeyPoints(argv[3]);
+  else
+    features::SURF().detect(image, keypoints);
+  mostraContagem(keypoints);
+  cv::Mat descriptors;
+  features::SURF().compute(image, keypoints, descriptors);
+  formats::impDescritores(argv[2], keypoints, descriptors);
+}

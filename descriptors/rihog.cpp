@@ -1,0 +1,177 @@
+#include "descriptors/rihog.hpp"
+
+#include "descriptors/paralelo.hpp"
+#include "descriptors/patch.hpp"
+#include "support/erro.hpp"
+#include "support/img.hpp"
+#include "support/numeros.hpp"
+
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <string>
+
+namespace {
+
+const NomesHog nomesRihog = {
+    "Erro RIHOG:quantiza-1 fora de 0 a 360",
+    "Erro RIHOG:quantiza-2 fora de 0 a 360",
+    "Erro RIHOG::quantiza inesperado",
+    "Erro rihog: tamanho imagem",
+};
+
+}  // namespace
+
+void HogAneis::validaOpcoes(int naneis, int raio, int nbins, int ngauss) {
+  if (naneis < 1) tvm::erro("Erro: naneis deve ser positivo: ", std::to_string(naneis));
+  if (raio < 1) tvm::erro("Erro: raio deve ser positivo: ", std::to_string(raio));
+  if (nbins < 1) tvm::erro("Erro: nbins deve ser positivo: ", std::to_string(nbins));
+  // An even side has no centre pixel; OpenCV's Gaussian filter rejects it.
+  if (ngauss < 1 || ngauss % 2 == 0) tvm::erro("Erro: ngauss deve ser impar e positivo: ", std::to_string(ngauss));
+  const int64_t lado = 2 * int64_t(raio) + 1 + (ngauss / 2) * int64_t(2);
+  if (lado > maxLadoPatch)
+    tvm::erro("Erro: raio e ngauss grandes demais: ", std::to_string(raio) + " " + std::to_string(ngauss),
+              " (lado do patch > " + std::to_string(maxLadoPatch) + ")");
+  if (int64_t(naneis) * nbins > maxDescritor)
+    tvm::erro("Erro: naneis x nbins grande demais: ", std::to_string(naneis) + " x " + std::to_string(nbins));
+}
+
+HogAneis::HogAneis(const NomesHog& nomes, int naneis, int raioPix, int nbins, int ngauss, bool bcinv)
+    : nomes_(nomes), naneis_(naneis), raioPix_(raioPix), nbins_(nbins), ngauss_(ngauss), bcinv_(bcinv),
+      descriptorSize_(nbins * naneis), ladoNucleo_(2 * raioPix + 1), ladoPatch_(ladoNucleo_ + (ngauss / 2) * 2),
+      fracNucleo_(static_cast<double>(ladoNucleo_) / static_cast<double>(ladoPatch_)), passo_(360.0 / nbins),
+      kernelX_((cv::Mat_<float>(1, 3) << -1, 0, 1)), kernelY_((cv::Mat_<float>(3, 1) << 1, 0, -1)) {
+  tabela_.create(ladoPatch_, ladoPatch_);
+}
+
+void HogAneis::fechaTabela() {
+  contagem_.assign(naneis_, 0);
+  pontos_.clear();
+  const tvm::IMG_<cv::Vec2f> t(tabela_);
+  for (int l = 0; l < t.nl; ++l)
+    for (int c = 0; c < t.nc; ++c) {
+      const cv::Vec2f e = t(l, c);
+      if (e[1] == -1.0f) continue;
+      // The table never changes, so its consistency is checked here once
+      // rather than for every pixel of every keypoint.
+      if (!(e[0] >= 0.0f && e[0] < 360.0f)) tvm::erro("Erro k[0]=angulo fora da faixa");
+      if (!(e[1] >= 0.0f && e[1] < static_cast<float>(naneis_))) tvm::erro("Erro k[1]=aneis fora da faixa");
+      const int anel = cvRound(e[1]);
+      ++contagem_[anel];
+      pontos_.push_back({l * t.nc + c, anel, e[0]});
+    }
+  // An empty ring would divide by zero and fill its bins with NaN.
+  for (int k = 0; k < naneis_; ++k)
+    if (contagem_[k] == 0)
+      tvm::erro("Erro: anel sem pixels: ", std::to_string(k), " (naneis grande demais para o raio)");
+}
+
+int HogAneis::quantiza(double a) const {
+  if (!(a >= 0.0 && a < 360.0)) tvm::erro(nomes_.quantiza1);
+  double b = a + passo_ * 0.5;
+  if (b >= 360.0) b -= 360.0;
+  if (!(b >= 0.0 && b < 360.0)) tvm::erro(nomes_.quantiza2);
+  const int bin = static_cast<int>(b / passo_);
+  if (bin < 0 || bin >= nbins_) tvm::erro(nomes_.quantizaInesperado);
+  return bin;
+}
+
+void HogAneis::histograma(const cv::Mat_<uchar>& patch, cv::Mat& gx, cv::Mat& gy, cv::Mat_<float>& hist) const {
+  if (patch.rows != tabela_.rows || patch.cols != tabela_.cols) tvm::erro(nomes_.tamanho);
+  // gx = I(x+1) - I(x-1), gy = I(y-1) - I(y+1): y up, as in the table.
+  cv::filter2D(patch, gx, CV_16S, kernelX_, cv::Point(-1, -1), 0, cv::BORDER_REPLICATE);
+  cv::filter2D(patch, gy, CV_16S, kernelY_, cv::Point(-1, -1), 0, cv::BORDER_REPLICATE);
+  CV_Assert(gx.isContinuous() && gy.isContinuous());
+  hist.create(naneis_, nbins_);
+  hist = 0.0f;
+  CV_Assert(hist.isContinuous());
+  const int16_t* px = gx.ptr<int16_t>();
+  const int16_t* py = gy.ptr<int16_t>();
+  float* h = hist[0];
+  for (const PontoAnel& p : pontos_) {
+    const int dx = px[p.indice], dy = py[p.indice];
+    const float theta = cv::fastAtan2(static_cast<float>(dy), static_cast<float>(dx));
+    double rel = static_cast<double>(theta - p.angulo);
+    if (rel < 0.0) rel += 360.0;
+    const double mag = std::sqrt(static_cast<double>(dx * dx + dy * dy));
+    float& bin = h[p.anel * nbins_ + quantiza(rel)];
+    bin = static_cast<float>(bin + mag);
+  }
+  for (int anel = 0; anel < naneis_; ++anel) {
+    const float n = static_cast<float>(contagem_[anel]);
+    float* linha = hist[anel];
+    for (int b = 0; b < nbins_; ++b) linha[b] = linha[b] / n;
+  }
+}
+
+void HogAneis::rihog(const cv::Mat_<uchar>& patch, cv::Mat_<float>& hist) const {
+  cv::Mat gx, gy;
+  histograma(patch, gx, gy, hist);
+}
+
+void HogAneis::linha(const cv::Mat_<uchar>& image, const cv::KeyPoint& k, float* saida, Rascunho& r) const {
+  // The keypoint's diameter spans ladoNucleo pixels.
+  const double escala = ladoPatch_ / (k.size * (1.0 / fracNucleo_));
+  extraiPatch(image, mapaPatch(k.pt, escala, 0.0, ladoPatch_ / 2), escala, ladoPatch_, r.bruto);
+  cv::GaussianBlur(r.bruto, r.patch, cv::Size(ngauss_, ngauss_), 0, 0, cv::BORDER_REPLICATE);
+  histograma(r.patch, r.gx, r.gy, r.hist);
+
+  const int n = descriptorSize_;
+  const float* h = r.hist[0];
+  std::copy(h, h + n, saida);
+  if (!bcinv_) return;
+  double soma = 0.0;
+  for (int i = 0; i < n; ++i) soma += saida[i];
+  const double media = soma / n;
+  for (int i = 0; i < n; ++i) saida[i] = static_cast<float>(saida[i] - media);
+  double quadrados = 0.0;
+  for (int i = 0; i < n; ++i) quadrados += static_cast<double>(saida[i]) * saida[i];
+  // Divided by the mean square, not by its root, on purpose: stores written
+  // by earlier runs have this scale and must stay comparable.
+  const double v = quadrados / n;
+  if (v > tvm::epsilon)
+    for (int i = 0; i < n; ++i) saida[i] = static_cast<float>(saida[i] / v);
+  else
+    std::fill(saida, saida + n, 0.0f);
+}
+
+void HogAneis::computeOne(const cv::Mat_<uchar>& image, const cv::KeyPoint& k, cv::Mat row) const {
+  CV_Assert(row.type() == CV_32F && row.rows == 1 && row.cols == descriptorSize_);
+  validaKeyPoint(k, 0);
+  Rascunho r;
+  linha(image, k, row.ptr<float>(), r);
+}
+
+void HogAneis::compute(const cv::Mat_<uchar>& image, const std::vector<cv::KeyPoint>& keypoints,
+                       cv::Mat& descriptors) const {
+  for (size_t i = 0; i < keypoints.size(); ++i) validaKeyPoint(keypoints[i], i);
+  const int n = static_cast<int>(keypoints.size());
+  descriptors.create(n, descriptorSize_, CV_32F);
+  paraCadaLinha<Rascunho>(n, [&](int i, Rascunho& r) { linha(image, keypoints[i], descriptors.ptr<float>(i), r); });
+}
+
+int RIHOG::calculaRaioPix(int naneis, int raio, int nbins, int ngauss) {
+  validaOpcoes(naneis, raio, nbins, ngauss);
+  const double largura = static_cast<double>(raio) / static_cast<double>(naneis);
+  return static_cast<int>(largura * naneis);
+}
+
+RIHOG::RIHOG(int naneis, int raio, int nbins, int ngauss, bool bcinv)
+    : HogAneis(nomesRihog, naneis, calculaRaioPix(naneis, raio, nbins, ngauss), nbins, ngauss, bcinv),
+      larguraAnel_(static_cast<double>(raio) / static_cast<double>(naneis)) {
+  tabela_ = cv::Vec2f(0.0f, -1.0f);
+  tvm::IMG_<cv::Vec2f> t(tabela_);
+  // x right, y up; ring k holds k * largura < d <= (k + 1) * largura, and the
+  // centre (d = 0) falls in no ring.
+  for (int x = -t.cc; x <= t.nc - t.cc - 1; ++x)
+    for (int y = -(t.nl - t.lc - 1); y <= t.lc; ++y) {
+      const double d = std::sqrt(static_cast<double>(x * x + y * y));
+      const int anel = static_cast<int>(std::ceil(d / larguraAnel_)) - 1;
+      if (0 <= anel && anel < naneis)
+        t(t.lc - y, t.cc + x) = cv::Vec2f(cv::fastAtan2(static_cast<float>(y), static_cast<float>(x)),
+                                          static_cast<float>(anel));
+    }
+  fechaTabela();
+}

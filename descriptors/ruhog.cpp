@@ -1,0 +1,44 @@
+#include "descriptors/ruhog.hpp"
+
+#include "support/img.hpp"
+#include "support/numeros.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+const NomesHog nomesRuhog = {
+    "Erro RUHOG:quantiza-1 fora de 0 a 360",
+    "Erro RUHOG:quantiza-2 fora de 0 a 360",
+    "Erro RUHOG::quantiza inesperado",
+    "Erro RUHOG: tamanho imagem",
+};
+
+}  // namespace
+
+int RUHOG::raioValido(int naneis, int raio, int nbins, int ngauss) {
+  validaOpcoes(naneis, raio, nbins, ngauss);
+  return raio;
+}
+
+RUHOG::RUHOG(int naneis, int raio, int nbins, int ngauss, bool bcinv)
+    : HogAneis(nomesRuhog, naneis, raioValido(naneis, raio, nbins, ngauss), nbins, ngauss, bcinv),
+      escalaRaio_(static_cast<double>(raio) / std::sqrt(static_cast<double>(naneis))) {
+  raios_.resize(naneis);
+  for (int i = 0; i < naneis; ++i) raios_[i] = std::sqrt(static_cast<double>(i + 1)) * escalaRaio_ + tvm::epsilon;
+
+  tabela_ = cv::Vec2f(-1.0f, -1.0f);
+  tvm::IMG_<cv::Vec2f> t(tabela_);
+  for (int x = -t.cc; x <= t.nc - t.cc - 1; ++x)
+    for (int y = -(t.nl - t.lc - 1); y <= t.lc; ++y) {
+      const double d = std::sqrt(static_cast<double>(x * x + y * y));
+      if (d == 0.0) continue;  // the centre has no radial direction
+      // First ring whose outer radius reaches d (the radii increase).
+      const int i = static_cast<int>(std::lower_bound(raios_.begin(), raios_.end(), d) - raios_.begin());
+      if (i < naneis)
+        t(t.lc - y, t.cc + x) =
+            cv::Vec2f(cv::fastAtan2(static_cast<float>(y), static_cast<float>(x)), static_cast<float>(i));
+    }
+  fechaTabela();
+}
