@@ -1,0 +1,81 @@
+#include "matching/busca.hpp"
+
+#include "formats/stores.hpp"
+#include "support/erro.hpp"
+
+#include <opencv2/flann.hpp>
+
+namespace {
+
+void leStore(const std::string& arquivo, std::vector<cv::KeyPoint>& keypoints, cv::Mat& descritores) {
+  formats::leDescritores(arquivo, keypoints, descritores);
+  if (keypoints.size() != static_cast<size_t>(descritores.rows)) tvm::erro("Erro: numero de keypoints != descritores");
+  if (!descritores.empty() && (descritores.dims != 2 || descritores.type() != CV_32FC1))
+    tvm::erro("Erro: descritores nao sao float de 32 bits em ", arquivo);
+  // Finite values give distances in [0, inf], never NaN, so sorting is safe.
+  if (!cv::checkRange(descritores)) tvm::erro("Erro: descritores com valor nao finito em ", arquivo);
+}
+
+}  // namespace
+
+ParDescritores leParDescritores(const std::string& arquivo1, const std::string& arquivo2) {
+  ParDescritores par;
+  leStore(arquivo1, par.keypoints1, par.descritores1);
+  leStore(arquivo2, par.keypoints2, par.descritores2);
+  if (!par.descritores1.empty() && !par.descritores2.empty() && par.descritores1.cols != par.descritores2.cols)
+    tvm::erro("Erro: descritores de tamanhos diferentes em ", arquivo1 + " (" + std::to_string(par.descritores1.cols) +
+                                                               ") e " + arquivo2 + " (" +
+                                                               std::to_string(par.descritores2.cols) + ")");
+  return par;
+}
+
+cv::Ptr<cv::DescriptorMatcher> criaMatcher(Busca modo) {
+  switch (modo) {
+    case Busca::brute:
+      return cv::makePtr<cv::BFMatcher>(cv::NORM_L2, false);
+    case Busca::flann:
+      return cv::makePtr<cv::FlannBasedMatcher>(cv::makePtr<cv::flann::KDTreeIndexParams>(kArvoresFlann),
+                                                cv::makePtr<cv::flann::SearchParams>(kChecksFlann, 0.0f, true));
+  }
+  return {};
+}
+
+std::vector<cv::DMatch> casaNN(const cv::Mat& query, const cv::Mat& train, Busca modo) {
+  const cv::Ptr<cv::DescriptorMatcher> matcher = criaMatcher(modo);
+  if (!matcher) tvm::erro("Erro modoMatch desconhecido");
+  std::vector<cv::DMatch> matches;
+  if (query.empty() || train.empty()) return matches;
+  matcher->match(query, train, matches);
+  return matches;
+}
+
+std::vector<std::vector<cv::DMatch>> casa2NN(const cv::Mat& query, const cv::Mat& train, Busca modo) {
+  constexpr int k = 2;
+  cv::Ptr<cv::DescriptorMatcher> matcher = criaMatcher(modo);
+  if (!matcher) tvm::erro("Erro: modoMatch invalido");
+  std::vector<std::vector<cv::DMatch>> listas;
+  if (query.empty()) return listas;
+  // OpenCV answers an empty train set with no lists at all, and FLANN refuses
+  // to look for more neighbours than its index holds; below k rows the
+  // exhaustive search gives the short lists that the ratio records reject.
+  if (train.empty()) {
+    listas.assign(query.rows, {});
+    return listas;
+  }
+  if (train.rows < k) matcher = criaMatcher(Busca::brute);
+  matcher->knnMatch(query, train, listas, k, cv::noArray(), false);
+  return listas;
+}
+
+Busca leBuscaNN(tvm::ISTR& in) {
+  Busca modo = Busca::brute;
+  for (std::string palavra = tvm::leStr(in); palavra != "eof"; palavra = tvm::leStr(in)) {
+    if (palavra == "brute")
+      modo = Busca::brute;
+    else if (palavra == "flann")
+      modo = Busca::flann;
+    else
+      tvm::erro("Erro: Palavra desconhecida ", palavra);
+  }
+  return modo;
+}

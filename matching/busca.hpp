@@ -1,0 +1,50 @@
+// Nearest-neighbour search between two descriptor stores, shared by MatNN and
+// MatRatio.
+//
+// Store 1 is the query side and store 2 the train side: a result's queryIdx
+// indexes the keypoints of store 1 and its trainIdx those of store 2.
+// Distances are Euclidean (L2) over 32-bit float descriptors.
+#pragma once
+
+#include "support/argumentos.hpp"
+
+#include <opencv2/core.hpp>
+#include <opencv2/features2d.hpp>
+
+#include <string>
+#include <vector>
+
+// Exhaustive search (exact) or FLANN randomized KD-trees (approximate).
+enum class Busca { brute, flann };
+
+// KD-tree forest and search effort of the approximate search.
+constexpr int kArvoresFlann = 4;
+constexpr int kChecksFlann = 32;
+
+struct ParDescritores {
+  std::vector<cv::KeyPoint> keypoints1, keypoints2;
+  cv::Mat descritores1, descritores2;
+};
+
+// Reads both stores, each checked for as many keypoints as descriptor rows.
+// Non-empty descriptor matrices must be single-channel 32-bit float, finite
+// and, when
+// both sides have rows, equally wide: OpenCV's matchers would otherwise stop
+// on an internal assertion that names neither file.
+ParDescritores leParDescritores(const std::string& arquivo1, const std::string& arquivo2);
+
+// The matcher of `modo`; an empty pointer for a value outside the enum, so
+// that each tool reports it in its own words.
+cv::Ptr<cv::DescriptorMatcher> criaMatcher(Busca modo);
+
+// One nearest train row for every query row; no result at all when either
+// side is empty.
+std::vector<cv::DMatch> casaNN(const cv::Mat& query, const cv::Mat& train, Busca modo);
+
+// The two nearest train rows for every query row, nearest first: exactly one
+// list per query row. A train set of fewer than two rows gives shorter lists,
+// which the ratio records reject.
+std::vector<std::vector<cv::DMatch>> casa2NN(const cv::Mat& query, const cv::Mat& train, Busca modo);
+
+// MatNN's option words, "brute" or "flann", read until "eof"; the last wins.
+Busca leBuscaNN(tvm::ISTR& in);
