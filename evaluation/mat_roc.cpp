@@ -1,0 +1,26 @@
+#include "evaluation/curvas.hpp"
+#include "evaluation/opcoes.hpp"
+#include "evaluation/tools.hpp"
+
+#include "formats/transform.hpp"
+#include "support/erro.hpp"
+#include "support/imagem.hpp"
+
+void MatROC(int argc, char** argv) {
+  if (argc < 4 || argc > 6)
+    tvm::falhaUso({"MatROC: Calcula a curva ROC de casamentos, tendo matriz 3x3",
+                   "MatROC match.txt mat33.txt saida.png [dist=val | cor=b,g,r | arquivo=nome.txt]",
+                   "  Acerto: quando distancia(inv(mat33)*k2,k1)<=dist", "  dist default = 15"});
+  const formats::Casamentos casamentos = formats::leCasamentos(argv[1]);
+  const evaluation::OpcoesAvaliacao op =
+      evaluation::leOpcoes(argc - 4, argv + 4, evaluation::kDist | evaluation::kCor | evaluation::kArquivo);
+  cv::Mat H;
+  formats::leMat33(H, argv[2]);
+  const std::vector<bool> certos = formats::julga(formats::inversa(H), casamentos, op.dist);
+
+  const std::vector<evaluation::PontoROC> pontos = evaluation::pontosROC(evaluation::confusoes(certos));
+  cv::Mat_<cv::Vec3b> img;
+  evaluation::curvaROC(pontos, img, 8, op.cor);
+  tvm::imp(img, argv[3]);
+  if (!op.arquivo.empty()) evaluation::impROC(pontos, certos, op.arquivo);
+}

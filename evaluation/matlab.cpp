@@ -1,0 +1,29 @@
+#include "evaluation/curvas.hpp"
+#include "evaluation/opcoes.hpp"
+#include "evaluation/tools.hpp"
+
+#include "formats/transform.hpp"
+#include "support/arquivos.hpp"
+#include "support/erro.hpp"
+
+#include <cstdio>
+
+void Matlab(int argc, char** argv) {
+  if (argc < 4 || argc > 5)
+    tvm::falhaUso({"Matlab: Exporta arquivo Matlab para tracar ROC, tendo matriz 3x3",
+                   "Matlab match.txt mat33.txt saida.mat [dist=val]",
+                   "  Acerto: quando distancia(inv(mat33)*k2,k1)<=dist", "  dist default = 15"});
+  const formats::Casamentos casamentos = formats::leCasamentos(argv[1]);
+  const evaluation::OpcoesAvaliacao op = evaluation::leOpcoes(argc - 4, argv + 4, evaluation::kDist);
+  cv::Mat H;
+  formats::leMat33(H, argv[2]);
+  const std::vector<bool> certos = formats::julga(formats::inversa(H), casamentos, op.dist);
+
+  const std::string nome = argv[3];
+  tvm::SaidaSegura saida(nome);
+  tvm::Arquivo arquivo(saida.temporario(), "wt");
+  if (!arquivo) tvm::erro("Erro abertura ", nome);
+  std::fputs(evaluation::linhaMatlab(certos).c_str(), arquivo.get());
+  if (!arquivo.fecha()) tvm::erro("Erro abertura ", nome);
+  saida.confirma();
+}
