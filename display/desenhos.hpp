@@ -1,0 +1,60 @@
+// The drawings behind the display tools, apart from files and windows so
+// that tests and benchmarks call them directly.
+#pragma once
+
+#include "formats/transform.hpp"
+
+#include <opencv2/core.hpp>
+#include <opencv2/features2d.hpp>
+
+#include <string>
+#include <vector>
+
+namespace display {
+
+// KeyShow's mode character: its case bit cleared must be 'R' (rich: circle of
+// the keypoint's size and a radius for its angle) or 'N' (small circle);
+// lower case draws red, upper case a random colour per keypoint. Anything
+// else stops with "Erro: Modo invalido".
+struct EstiloKeyShow {
+  cv::DrawMatchesFlags flags;
+  cv::Scalar cor;
+};
+EstiloKeyShow estiloKeyShow(char modo);
+
+// OpenCV's keypoint drawing over the grey image, in colour.
+cv::Mat_<cv::Vec3b> desenhaKeyShow(const cv::Mat_<uchar>& img, const std::vector<cv::KeyPoint>& kps, char modo);
+
+// OpenCV's match drawing: images side by side, a random colour per match,
+// unmatched keypoints in white.
+cv::Mat_<cv::Vec3b> desenhaMatShow(const cv::Mat_<uchar>& img1, const std::vector<cv::KeyPoint>& k1,
+                                   const cv::Mat_<uchar>& img2, const std::vector<cv::KeyPoint>& k2,
+                                   const std::vector<cv::DMatch>& matches);
+
+// MatVis. A match is correct when k2, mapped back into image 1 by the inverse
+// transform, lies at most 15 pixels from k1.
+constexpr double kToleranciaVis = 15.0;
+
+enum class ModoVis { acertos, erros, todos };
+// Only the first character counts, in any case: a, e or t; an empty word or
+// another letter stops with "Erro: Modo invalido".
+ModoVis modoVis(const std::string& palavra);
+
+struct CasamentoVis {
+  size_t indice;  // in file order
+  bool correto;
+};
+// The matches that the mode shows, in file order, with their correctness.
+std::vector<CasamentoVis> casamentosVisiveis(const formats::Casamentos& c, const cv::Mat& Hinv, ModoVis modo);
+
+// Image 1 on top of image 2, no gap, white where the widths differ, in colour.
+cv::Mat_<cv::Vec3b> telaVis(const cv::Mat_<uchar>& img1, const cv::Mat_<uchar>& img2);
+
+// One frame: a clean copy of the canvas with the two keypoints as clocks of
+// width 2, green for a correct match and red for a wrong one; k2 shifted down
+// by the height of image 1. Hands show angle - 90, so a keypoint angle reads
+// like a clock: 0 at twelve o'clock, growing clockwise.
+cv::Mat_<cv::Vec3b> quadroVis(const cv::Mat_<cv::Vec3b>& tela, int linhasImg1, const cv::KeyPoint& k1,
+                              const cv::KeyPoint& k2, bool correto);
+
+}  // namespace display

@@ -1,0 +1,51 @@
+#include "display/tools.hpp"
+#include "display/desenhos.hpp"
+
+#include "formats/stores.hpp"
+#include "support/erro.hpp"
+#include "support/imagem.hpp"
+#include "support/relogio.hpp"
+
+#include <opencv2/features2d.hpp>
+
+#include <cstdio>
+
+namespace display {
+
+EstiloKeyShow estiloKeyShow(char modo) {
+  const char base = static_cast<char>(modo & ~0x20);
+  if (base != 'N' && base != 'R') tvm::erro("Erro: Modo invalido");
+  EstiloKeyShow e;
+  e.flags = base == 'R' ? cv::DrawMatchesFlags::DRAW_RICH_KEYPOINTS : cv::DrawMatchesFlags::DEFAULT;
+  // Negative components ask OpenCV for a random colour per keypoint.
+  e.cor = (modo & 0x20) != 0 ? cv::Scalar(0, 0, 255) : cv::Scalar::all(-1);
+  return e;
+}
+
+cv::Mat_<cv::Vec3b> desenhaKeyShow(const cv::Mat_<uchar>& img, const std::vector<cv::KeyPoint>& kps, char modo) {
+  const EstiloKeyShow e = estiloKeyShow(modo);
+  cv::Mat saida;
+  cv::drawKeypoints(img, kps, saida, e.cor, e.flags);
+  return saida;
+}
+
+}  // namespace display
+
+void KeyShow(int argc, char** argv) {
+  if (argc != 4 && argc != 5)
+    tvm::falhaUso({"keyshow a.pgm a.xml a.ppm [modo]",
+                   "  modo=r/n/R/N r=rich n=normal minuscula=vermelho maiuscula=multicor", "  Default=r"});
+  cv::Mat_<uchar> img;
+  tvm::le(img, argv[1]);
+  const std::vector<cv::KeyPoint> kps = formats::leKeyPoints(argv[2]);
+  const char modo = argc == 5 ? argv[4][0] : 'r';
+  tvm::imp(display::desenhaKeyShow(img, kps, modo), argv[3]);
+}
+
+void KeyMyShow(int argc, char** argv) {
+  if (argc != 4) tvm::falhaUso({"keymyshow a.pgm a.xml a.ppm"});
+  cv::Mat_<uchar> img;
+  tvm::le(img, argv[1]);
+  const std::vector<cv::KeyPoint> kps = formats::leKeyPoints(argv[2]);
+  tvm::imp(tvm::keyMyShow(img, kps, 'R', 1.0), argv[3]);
+}
