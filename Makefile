@@ -1,7 +1,7 @@
 # Wraps CMake. `make` builds Release into build/ (binary: build/quivelar).
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps build test test-release test-asan demo bench clean
+.PHONY: all deps build test test-release test-asan test-fuzz fuzz fuzz-build demo bench clean
 
 all: build
 
@@ -14,7 +14,7 @@ build:
 
 # Every test twice: on the Release build and on a build with AddressSanitizer
 # and UndefinedBehaviorSanitizer.
-test: deps test-release test-asan
+test: deps test-release test-asan test-fuzz
 
 test-release: build
 	cd build && ctest --output-on-failure -j $(JOBS)
@@ -23,6 +23,20 @@ test-asan:
 	@cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUIVELAR_SANITIZE=ON >/dev/null
 	@cmake --build build-asan -j $(JOBS)
 	cd build-asan && ASAN_OPTIONS=detect_leaks=0:abort_on_error=0 ctest --output-on-failure -j $(JOBS)
+
+# libFuzzer on the readers of untrusted input: briefly in every test run,
+# FUZZ_SECONDS each with `make fuzz`.
+FUZZ_SECONDS ?= 300
+
+fuzz-build:
+	@CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUIVELAR_FUZZ=ON >/dev/null
+	@cmake --build build-fuzz -j $(JOBS)
+
+test-fuzz: fuzz-build
+	scripts/fuzz 20
+
+fuzz: deps fuzz-build
+	scripts/fuzz $(FUZZ_SECONDS)
 
 demo: deps build
 	scripts/demo
@@ -33,4 +47,4 @@ bench: deps
 	build/bench/quivelar_bench
 
 clean:
-	rm -rf build build-asan demo-out
+	rm -rf build build-asan build-fuzz demo-out

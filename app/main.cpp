@@ -6,6 +6,7 @@
 #include "support/numeros.hpp"
 
 #include <opencv2/core.hpp>
+#include <opencv2/core/utils/logger.hpp>
 
 #include <cstdio>
 #include <new>
@@ -39,6 +40,9 @@ int executa(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // OpenCV's own log lines would come before ours for the same failure
+  // (a missing file); every failure it reports reaches us as an exception.
+  cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
   // Every failure ends here, once: a message on stderr and status 1.
   try {
     return executa(argc, argv);

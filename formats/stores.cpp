@@ -2,8 +2,12 @@
 
 #include "support/arquivos.hpp"
 #include "support/erro.hpp"
+#include "support/vigia.hpp"
+
+#include <sys/stat.h>
 
 #include <cmath>
+#include <cstdint>
 
 namespace formats {
 
@@ -52,12 +56,22 @@ std::vector<cv::KeyPoint> leNodeKeyPoints(const cv::FileNode& node, const std::s
   return keypoints;
 }
 
+// Far above what a real store needs: OpenCV parses tens of megabytes a
+// second, compressed stores inflate about tenfold.
+double limiteDeLeitura(const std::string& file) {
+  struct stat info {};
+  const double megabytes = ::stat(file.c_str(), &info) == 0 ? info.st_size / 1e6 : 0.0;
+  const bool comprimido = file.size() > 3 && file.compare(file.size() - 3, 3, ".gz") == 0;
+  return 10.0 + megabytes * (comprimido ? 20.0 : 2.0);
+}
+
 // Opens `file` for reading; malformed text is reported like a failed open.
 void abreLeitura(cv::FileStorage& fs, const std::string& file) {
   bool aberto = false;
   try {
+    const tvm::Vigia vigia(limiteDeLeitura(file), "Erro: leitura nao termina, arquivo corrompido " + file);
     aberto = fs.open(file, cv::FileStorage::READ, "");
-  } catch (const cv::Exception&) {
+  } catch (const std::exception&) {
     aberto = false;
   }
   if (!aberto) tvm::erro("Erro abertura arquivo ", file);
@@ -83,7 +97,7 @@ void escreve(const std::string& file, const std::vector<cv::KeyPoint>& keypoints
         if (descriptors) cv::write(fs, "descriptors", *descriptors);
         fs.release();
       }
-    } catch (const cv::Exception&) {
+    } catch (const std::exception&) {
       aberto = false;
     }
     if (!aberto) tvm::erro("Erro abertura arquivo ", file);
@@ -93,21 +107,53 @@ void escreve(const std::string& file, const std::vector<cv::KeyPoint>& keypoints
 
 }  // namespace
 
+namespace {
+
+// OpenCV throws (cv::Exception, std::length_error...) on some malformed
+// nodes; that is the file's fault, not ours.
+std::vector<cv::KeyPoint> leNodeKeyPointsSeguro(const cv::FileStorage& fs, const std::string& file) {
+  try {
+    return leNodeKeyPoints(fs["keypoints"], file);
+  } catch (const tvm::Erro&) {
+    throw;
+  } catch (const std::exception&) {
+    tvm::erro("Erro: keypoints malformados em ", file);
+  }
+}
+
+}  // namespace
+
 std::vector<cv::KeyPoint> leKeyPoints(const std::string& file) {
   cv::FileStorage fs;
   abreLeitura(fs, file);
-  std::vector<cv::KeyPoint> keypoints = leNodeKeyPoints(fs["keypoints"], file);
+  std::vector<cv::KeyPoint> keypoints = leNodeKeyPointsSeguro(fs, file);
   fs.release();
   return keypoints;
+}
+
+// The matrix header is checked against the data that is really there before
+// OpenCV allocates rows x cols: a damaged "rows" must not ask for gigabytes.
+void verificaMatriz(const cv::FileNode& node, const std::string& file) {
+  if (node.empty() || node.isNone()) return;
+  if (!node.isMap()) tvm::erro("Erro: descritores malformados em ", file);
+  const cv::FileNode rows = node["rows"], cols = node["cols"], data = node["data"];
+  if (!rows.isInt() || !cols.isInt() || static_cast<int>(rows) < 0 || static_cast<int>(cols) < 0)
+    tvm::erro("Erro: descritores malformados em ", file);
+  const int64_t elementos = static_cast<int64_t>(static_cast<int>(rows)) * static_cast<int>(cols);
+  const int64_t presentes = data.isSeq() ? static_cast<int64_t>(data.size()) : 0;
+  if (elementos > presentes) tvm::erro("Erro: descritores malformados em ", file);
 }
 
 void leDescritores(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat& descriptors) {
   cv::FileStorage fs;
   abreLeitura(fs, file);
-  keypoints = leNodeKeyPoints(fs["keypoints"], file);
+  keypoints = leNodeKeyPointsSeguro(fs, file);
   try {
+    verificaMatriz(fs["descriptors"], file);
     cv::read(fs["descriptors"], descriptors, cv::Mat());
-  } catch (const cv::Exception&) {
+  } catch (const tvm::Erro&) {
+    throw;
+  } catch (const std::exception&) {
     tvm::erro("Erro: descritores malformados em ", file);
   }
   fs.release();

@@ -13,7 +13,7 @@ cv::Mat leArquivo(const std::string& file, int modo) {
   cv::Mat lida;
   try {
     lida = cv::imread(file, modo);
-  } catch (const cv::Exception&) {
+  } catch (const std::exception&) {
     lida.release();
   }
   if (lida.empty()) erro("Erro abertura arquivo ", file);
@@ -32,7 +32,7 @@ void imp(const cv::Mat_<cv::Vec3b>& image, const std::string& file) {
   bool escreveu = false;
   try {
     escreveu = cv::imwrite(saida.temporario(), image);
-  } catch (const cv::Exception&) {
+  } catch (const std::exception&) {
     escreveu = false;
   }
   if (!escreveu) erro("Erro abertura arquivo ", file);

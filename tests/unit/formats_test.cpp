@@ -120,6 +120,10 @@ TEST(Stores, BadStoresStopWithTheFileNamed) {
   teste::escreveTexto(pasta / "nan.yml", "%YAML:1.0\n---\nkeypoints: [ .nan, 2, 3, 4, 5, 6, 7 ]\n");
   teste::escreveTexto(pasta / "lixo.xml", "<?xml version=\"1.0\"?>\n<opencv_storage><keypoints>1 2</opencv");
   teste::escreveTexto(pasta / "vazio.xml", "");
+  // A damaged row count must be refused, not allocated.
+  teste::escreveTexto(pasta / "linhas.yml",
+                      "%YAML:1.0\n---\ndescriptors: !!opencv-matrix\n   rows:`1\n   cols: 2\n   dt: f\n"
+                      "   data: [ 1., 2. ]\n");
   const struct {
     const char* arquivo;
     const char* mensagem;
@@ -133,6 +137,10 @@ TEST(Stores, BadStoresStopWithTheFileNamed) {
   };
   for (const auto& c : casos)
     EXPECT_EQ(mensagemDe([&] { formats::leKeyPoints(pasta / c.arquivo); }), c.mensagem + (pasta / c.arquivo));
+  std::vector<cv::KeyPoint> kps;
+  cv::Mat des;
+  EXPECT_EQ(mensagemDe([&] { formats::leDescritores(pasta / "linhas.yml", kps, des); }),
+            "Erro: descritores malformados em " + (pasta / "linhas.yml"));
   EXPECT_EQ(mensagemDe([&] { formats::impKeyPoints(pasta / "nao/ha.xml", {}); }),
             "Erro abertura arquivo " + (pasta / "nao/ha.xml"));
 }
