@@ -3,6 +3,7 @@
 #include "app/comandos.hpp"
 #include "support/argumentos.hpp"
 #include "support/erro.hpp"
+#include "support/memoria.hpp"
 #include "support/numeros.hpp"
 
 #include <opencv2/core.hpp>
@@ -43,6 +44,7 @@ int main(int argc, char** argv) {
   // OpenCV's own log lines would come before ours for the same failure
   // (a missing file); every failure it reports reaches us as an exception.
   cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
+  tvm::preparaMemoria();
   // Every failure ends here, once: a message on stderr and status 1.
   try {
     return executa(argc, argv);

@@ -1,13 +1,15 @@
-// The only file that talks to the window library.
+// The only tool that opens a window; the window library comes from our
+// plug-in (display/janela_plugin.hpp), loaded only here.
 #include "display/tools.hpp"
 #include "display/desenhos.hpp"
+#include "display/janela_plugin.hpp"
 
 #include "formats/transform.hpp"
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
+#include "support/plugin.hpp"
 
 #include <dlfcn.h>
-#include <opencv2/highgui.hpp>
 
 #include <cstdio>
 #include <cstdlib>
@@ -60,14 +62,16 @@ void MatVis(int argc, char** argv) {
   const display::ModoVis modo = display::modoVis(argc == 6 ? argv[5] : "t");
 
   exigeTela();
-  cv::namedWindow(kJanela, cv::WINDOW_NORMAL);
+  const auto abre = tvm::funcaoPlugin<AbreJanela>(kPluginJanela, "quivelarAbreJanela");
+  const auto mostra = tvm::funcaoPlugin<MostraEEspera>(kPluginJanela, "quivelarMostraEEspera");
+  const auto fecha = tvm::funcaoPlugin<FechaJanelas>(kPluginJanela, "quivelarFechaJanelas");
+  abre(kJanela);
   const cv::Mat_<cv::Vec3b> tela = display::telaVis(img1, img2);
   for (const display::CasamentoVis& v : display::casamentosVisiveis(casamentos, Hinv, modo)) {
-    cv::imshow(kJanela, display::quadroVis(tela, img1.rows, casamentos.keypoints1[v.indice],
-                                           casamentos.keypoints2[v.indice], v.correto));
-    if (cv::waitKey(0) == kEsc) break;
-    // A window closed by the user would make every later wait return at once.
-    if (cv::getWindowProperty(kJanela, cv::WND_PROP_VISIBLE) < 1) break;
+    const cv::Mat quadro = display::quadroVis(tela, img1.rows, casamentos.keypoints1[v.indice],
+                                              casamentos.keypoints2[v.indice], v.correto);
+    const int tecla = mostra(kJanela, &quadro);
+    if (tecla == kEsc || tecla == kJanelaFechada) break;
   }
-  cv::destroyAllWindows();
+  fecha();
 }

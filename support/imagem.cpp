@@ -1,7 +1,9 @@
 #include "support/imagem.hpp"
 
 #include "support/arquivos.hpp"
+#include "support/codecs_plugin.hpp"
 #include "support/erro.hpp"
+#include "support/plugin.hpp"
 
 #include <opencv2/imgcodecs.hpp>
 
@@ -10,13 +12,9 @@ namespace tvm {
 namespace {
 
 cv::Mat leArquivo(const std::string& file, int modo) {
+  static const LeImagem leImagem = funcaoPlugin<LeImagem>(kPluginCodecs, "quivelarLeImagem");
   cv::Mat lida;
-  try {
-    lida = cv::imread(file, modo);
-  } catch (const std::exception&) {
-    lida.release();
-  }
-  if (lida.empty()) erro("Erro abertura arquivo ", file);
+  if (!leImagem(file.c_str(), modo, &lida)) erro("Erro abertura arquivo ", file);
   return lida;
 }
 
@@ -28,14 +26,10 @@ void le(cv::Mat_<cv::Vec3b>& image, const std::string& file) { image = leArquivo
 
 void imp(const cv::Mat_<cv::Vec3b>& image, const std::string& file) {
   if (image.empty()) erro("Erro: imagem vazia para ", file);
+  static const GravaImagem gravaImagem = funcaoPlugin<GravaImagem>(kPluginCodecs, "quivelarGravaImagem");
   SaidaSegura saida(file);
-  bool escreveu = false;
-  try {
-    escreveu = cv::imwrite(saida.temporario(), image);
-  } catch (const std::exception&) {
-    escreveu = false;
-  }
-  if (!escreveu) erro("Erro abertura arquivo ", file);
+  const cv::Mat imagem = image;
+  if (!gravaImagem(saida.temporario().c_str(), &imagem)) erro("Erro abertura arquivo ", file);
   saida.confirma();
 }
 
