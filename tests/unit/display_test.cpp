@@ -4,6 +4,7 @@
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
 #include "support/relogio.hpp"
+#include "tests/common/erros.hpp"
 #include "tests/common/sinteticas.hpp"
 
 #include <gtest/gtest.h>
@@ -21,15 +22,6 @@ const cv::Vec3b kVermelho(0, 0, 255);
 const cv::Vec3b kVerde(0, 255, 0);
 const cv::Vec3b kBranco(255, 255, 255);
 const cv::Vec3b kPreto(0, 0, 0);
-
-std::string mensagemDe(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const tvm::Erro& e) {
-    return e.what();
-  }
-  return "(sem erro)";
-}
 
 std::vector<cv::Point> pixelsDaCor(const cv::Mat_<cv::Vec3b>& img, cv::Vec3b cor) {
   std::vector<cv::Point> pts;
@@ -178,8 +170,8 @@ TEST(KeyMyShow, ModosTamanhoECores) {
     EXPECT_EQ(out(40, 25 - 3) != cv::Vec3b(100, 100, 100), !c.rico) << c.code;
   }
   EXPECT_TRUE(iguais(tvm::keyMyShow(img, {}, 'R', 1.0), emCor(img)));
-  EXPECT_EQ(mensagemDe([&] { tvm::keyMyShow(img, kps, 'x', 1.0); }), "Erro: Modo invalido");
-  EXPECT_EQ(mensagemDe([&] { tvm::keyMyShow(img, kps, 'R', -1.0); }), "Erro: fator de escala invalido");
+  EXPECT_EQ(teste::mensagemDe([&] { tvm::keyMyShow(img, kps, 'x', 1.0); }), "Erro: Modo invalido");
+  EXPECT_EQ(teste::mensagemDe([&] { tvm::keyMyShow(img, kps, 'R', -1.0); }), "Erro: fator de escala invalido");
 }
 
 TEST(KeyMyShow, EscalaMultiplicaORaio) {
@@ -206,7 +198,7 @@ TEST(MatMyShow, LadoALadoComLinhas) {
   for (int col = 10; col <= 70; col += 6) EXPECT_EQ(r(20, col), kVermelho) << col;
   EXPECT_EQ(coloridos(r(cv::Rect(0, 25, 80, 35))), 0);
 
-  EXPECT_EQ(mensagemDe([&] { tvm::matMyShow(a, b, {cv::DMatch(0, 1, 1.0f)}, ka, kb, 'R', 4.0); }),
+  EXPECT_EQ(teste::mensagemDe([&] { tvm::matMyShow(a, b, {cv::DMatch(0, 1, 1.0f)}, ka, kb, 'R', 4.0); }),
             "Erro: matMyShow: indice de keypoint fora do intervalo");
 }
 
@@ -232,7 +224,7 @@ TEST(KeyShow, Modos) {
   }
   EXPECT_TRUE(iguais(display::desenhaKeyShow(img, {}, 'r'), emCor(img)));
   for (char invalido : {'x', 'm', '\0', 's'})
-    EXPECT_EQ(mensagemDe([&] { display::estiloKeyShow(invalido); }), "Erro: Modo invalido") << int(invalido);
+    EXPECT_EQ(teste::mensagemDe([&] { display::estiloKeyShow(invalido); }), "Erro: Modo invalido") << int(invalido);
 }
 
 TEST(MatShow, TamanhoEPontosBrancosSemCasamento) {
@@ -261,7 +253,7 @@ TEST(MatVis, Modo) {
                                                      {"t", ModoVis::todos},   {"T", ModoVis::todos}};
   for (const auto& [palavra, modo] : validos) EXPECT_EQ(display::modoVis(palavra), modo) << palavra;
   for (const char* invalido : {"x", "", "1"})
-    EXPECT_EQ(mensagemDe([&] { display::modoVis(invalido); }), "Erro: Modo invalido") << invalido;
+    EXPECT_EQ(teste::mensagemDe([&] { display::modoVis(invalido); }), "Erro: Modo invalido") << invalido;
 }
 
 TEST(MatVis, SelecaoPelaDistancia15) {

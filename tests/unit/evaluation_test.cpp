@@ -3,6 +3,7 @@
 #include "evaluation/opcoes.hpp"
 #include "support/erro.hpp"
 #include "support/texto.hpp"
+#include "tests/common/erros.hpp"
 #include "tests/common/pasta_temp.hpp"
 
 #include <gtest/gtest.h>
@@ -35,15 +36,6 @@ std::vector<cv::Point> pixelsDaCor(const cv::Mat_<cv::Vec3b>& img, cv::Vec3b cor
     for (int c = 0; c < img.cols; ++c)
       if (img(r, c) == cor) pts.emplace_back(c, r);
   return pts;
-}
-
-std::string mensagemDe(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const tvm::Erro& e) {
-    return e.what();
-  }
-  return "(sem erro)";
 }
 
 // ---- confusion counts and ROC points ---------------------------------------
@@ -132,7 +124,7 @@ TEST(ArquivoROC, PastaInexistenteParaSemDeixarArquivo) {
   teste::PastaTemp pasta;
   const std::string nome = pasta / "nao/existe/roc.txt";
   const std::vector<bool> c = flags("RW");
-  EXPECT_EQ(mensagemDe([&] { evaluation::impROC(evaluation::pontosROC(evaluation::confusoes(c)), c, nome); }),
+  EXPECT_EQ(teste::mensagemDe([&] { evaluation::impROC(evaluation::pontosROC(evaluation::confusoes(c)), c, nome); }),
             "Erro: abertura " + nome);
   EXPECT_TRUE(pasta.conteudo().empty());
 }
@@ -232,7 +224,7 @@ TEST(CurvaAccRej, UmCasamentoNadaDesenhaEEixosDiferemSoNoNome) {
 
 TEST(CurvaAccRej, EixoInvalidoParaNaGuarda) {
   cv::Mat_<cv::Vec3b> img;
-  EXPECT_EQ(mensagemDe([&] { evaluation::curvaAccRej({1.0}, img, 4, kVermelho, 'x'); }),
+  EXPECT_EQ(teste::mensagemDe([&] { evaluation::curvaAccRej({1.0}, img, 4, kVermelho, 'x'); }),
             "Erro curvaAccRej: eixox invalido");
 }
 
@@ -261,7 +253,7 @@ TEST(Sobrepoe, TamanhoDiferenteParaSemMexerNaTela) {
   for (cv::Size outro : {cv::Size(4, 2), cv::Size(5, 3)}) {
     cv::Mat_<cv::Vec3b> tela(3, 4, cv::Vec3b(1, 2, 3));
     const cv::Mat_<cv::Vec3b> img(outro, cv::Vec3b(0, 0, 0));
-    EXPECT_EQ(mensagemDe([&] { evaluation::sobrepoe(tela, img); }), "Erro: Imagens com tamanhos diferentes");
+    EXPECT_EQ(teste::mensagemDe([&] { evaluation::sobrepoe(tela, img); }), "Erro: Imagens com tamanhos diferentes");
     EXPECT_EQ(pixelsDaCor(tela, cv::Vec3b(1, 2, 3)).size(), 12u);
   }
 }
@@ -325,7 +317,7 @@ TEST_P(OpcoesTest, LeOuRecusa) {
   std::vector<char*> argv;
   for (std::string& p : copia) argv.push_back(p.data());
   evaluation::OpcoesAvaliacao op;
-  const std::string msg = mensagemDe([&] { op = evaluation::leOpcoes(int(argv.size()), argv.data(), caso.chaves); });
+  const std::string msg = teste::mensagemDe([&] { op = evaluation::leOpcoes(int(argv.size()), argv.data(), caso.chaves); });
   if (!caso.erro.empty()) {
     EXPECT_EQ(msg, caso.erro);
     return;

@@ -4,6 +4,7 @@
 #include "formats/stores.hpp"
 #include "formats/transform.hpp"
 #include "support/erro.hpp"
+#include "tests/common/erros.hpp"
 #include "tests/common/pasta_temp.hpp"
 
 #include <gtest/gtest.h>
@@ -13,15 +14,6 @@
 #include <limits>
 
 namespace {
-
-std::string mensagemDe(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const tvm::Erro& e) {
-    return e.what();
-  }
-  return "<nenhum erro>";
-}
 
 std::vector<cv::KeyPoint> algunsKeyPoints() {
   return {cv::KeyPoint(10.5f, 20.25f, 31.0f, 359.5f, 0.125f, 2, -1),
@@ -136,12 +128,12 @@ TEST(Stores, BadStoresStopWithTheFileNamed) {
       {"falta.xml", "Erro abertura arquivo "},
   };
   for (const auto& c : casos)
-    EXPECT_EQ(mensagemDe([&] { formats::leKeyPoints(pasta / c.arquivo); }), c.mensagem + (pasta / c.arquivo));
+    EXPECT_EQ(teste::mensagemDe([&] { formats::leKeyPoints(pasta / c.arquivo); }), c.mensagem + (pasta / c.arquivo));
   std::vector<cv::KeyPoint> kps;
   cv::Mat des;
-  EXPECT_EQ(mensagemDe([&] { formats::leDescritores(pasta / "linhas.yml", kps, des); }),
+  EXPECT_EQ(teste::mensagemDe([&] { formats::leDescritores(pasta / "linhas.yml", kps, des); }),
             "Erro: descritores malformados em " + (pasta / "linhas.yml"));
-  EXPECT_EQ(mensagemDe([&] { formats::impKeyPoints(pasta / "nao/ha.xml", {}); }),
+  EXPECT_EQ(teste::mensagemDe([&] { formats::impKeyPoints(pasta / "nao/ha.xml", {}); }),
             "Erro abertura arquivo " + (pasta / "nao/ha.xml"));
 }
 
@@ -196,9 +188,9 @@ TEST(MatchFile, SelectionWritesOnlyTheChosenInOrder) {
   formats::impMatch({}, kps, kps, pasta / "vazio.txt");
   EXPECT_EQ(teste::leTexto(pasta / "vazio.txt"), std::string("0 15\n") + kCabecalho);
 
-  EXPECT_EQ(mensagemDe([&] { formats::impMatch(matches, kps, kps, pasta / "x.txt", {true}); }),
+  EXPECT_EQ(teste::mensagemDe([&] { formats::impMatch(matches, kps, kps, pasta / "x.txt", {true}); }),
             "Erro: impMatch: vet.size()!=matches.size()");
-  EXPECT_EQ(mensagemDe([&] { formats::impMatch({cv::DMatch(0, 3, 1)}, kps, kps, pasta / "x.txt"); }),
+  EXPECT_EQ(teste::mensagemDe([&] { formats::impMatch({cv::DMatch(0, 3, 1)}, kps, kps, pasta / "x.txt"); }),
             "Erro: impMatch: indice de keypoint fora do intervalo");
   EXPECT_FALSE(teste::leTexto(pasta / "m.txt").empty());
   EXPECT_EQ(pasta.conteudo(), (std::vector<std::string>{"m.txt", "vazio.txt"}));
@@ -230,11 +222,11 @@ TEST(MatchFile, BadFilesStopBeforeAnyHugeAllocation) {
     std::vector<cv::KeyPoint> k1, k2;
     const std::string esperada =
         c.mensagem.back() == ' ' ? c.mensagem + arquivo : c.mensagem;
-    EXPECT_EQ(mensagemDe([&] { formats::leMatch(m, k1, k2, arquivo); }), esperada) << c.nome;
+    EXPECT_EQ(teste::mensagemDe([&] { formats::leMatch(m, k1, k2, arquivo); }), esperada) << c.nome;
   }
   std::vector<cv::DMatch> m;
   std::vector<cv::KeyPoint> k1, k2;
-  EXPECT_EQ(mensagemDe([&] { formats::leMatch(m, k1, k2, pasta / "falta.txt"); }),
+  EXPECT_EQ(teste::mensagemDe([&] { formats::leMatch(m, k1, k2, pasta / "falta.txt"); }),
             "Erro arquivo inexistente " + (pasta / "falta.txt"));
 }
 
@@ -255,11 +247,11 @@ TEST(Transform, IncompleteOrMissingFilesStop) {
   teste::escreveTexto(pasta / "oito.txt", "1 2 3 4 5 6 7 8\n");
   teste::escreveTexto(pasta / "inf.txt", "1 2 3 4 inf 6 7 8 9\n");
   cv::Mat m;
-  EXPECT_EQ(mensagemDe([&] { formats::leMat33(m, pasta / "oito.txt"); }),
+  EXPECT_EQ(teste::mensagemDe([&] { formats::leMat33(m, pasta / "oito.txt"); }),
             "Erro: matriz 3x3 incompleta ou invalida em " + (pasta / "oito.txt"));
-  EXPECT_EQ(mensagemDe([&] { formats::leMat33(m, pasta / "inf.txt"); }),
+  EXPECT_EQ(teste::mensagemDe([&] { formats::leMat33(m, pasta / "inf.txt"); }),
             "Erro: matriz 3x3 incompleta ou invalida em " + (pasta / "inf.txt"));
-  EXPECT_EQ(mensagemDe([&] { formats::leMat33(m, pasta / "falta.txt"); }),
+  EXPECT_EQ(teste::mensagemDe([&] { formats::leMat33(m, pasta / "falta.txt"); }),
             "Erro arquivo inexistente " + (pasta / "falta.txt"));
 }
 

@@ -5,6 +5,8 @@
 #include "support/erro.hpp"
 #include "support/numeros.hpp"
 
+#include "tests/common/erros.hpp"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -16,15 +18,6 @@
 namespace {
 
 using keypoints::ParamRand;
-
-std::string mensagem(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const tvm::Erro& e) {
-    return e.what();
-  }
-  return "(sem erro)";
-}
 
 // ---------------------------------------------------------------- the canvas rule
 
@@ -285,7 +278,7 @@ TEST(GeraPares, HopelessCasesStopWithAMessage) {
        "Erro: nenhum keypoint cabe na imagem"},
   };
   for (const Caso& c : casos) {
-    const std::string m = mensagem([&] { gera(c.s, c.M, 3, c.p); });
+    const std::string m = teste::mensagemDe([&] { gera(c.s, c.M, 3, c.p); });
     EXPECT_EQ(m.rfind(c.inicio, 0), 0u) << c.nome << ": " << m;
   }
 }

@@ -3,6 +3,7 @@
 #include "matching/ratio.hpp"
 #include "support/erro.hpp"
 #include "support/numeros.hpp"
+#include "tests/common/erros.hpp"
 #include "tests/common/pasta_temp.hpp"
 
 #include <gtest/gtest.h>
@@ -20,15 +21,6 @@ Listas listas(const std::vector<std::pair<float, float>>& distancias) {
   for (int i = 0; i < static_cast<int>(distancias.size()); ++i)
     l.push_back({cv::DMatch(i, 10 + i, distancias[i].first), cv::DMatch(i, 50 + i, distancias[i].second)});
   return l;
-}
-
-std::string mensagem(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const tvm::Erro& e) {
-    return e.what();
-  }
-  return "(sem erro)";
 }
 
 cv::Mat aleatorios(int linhas, int colunas, int semente) {
@@ -150,18 +142,10 @@ TEST(Ratio, Guards) {
       {[&] { casaNN(cv::Mat(), cv::Mat(), static_cast<Busca>(9)); }, "Erro modoMatch desconhecido"},
       {[&] { casa2NN(cv::Mat(), cv::Mat(), static_cast<Busca>(9)); }, "Erro: modoMatch invalido"},
   };
-  for (const auto& c : casos) EXPECT_EQ(mensagem(c.first), c.second);
+  for (const auto& c : casos) EXPECT_EQ(teste::mensagemDe(c.first), c.second);
 }
 
-// Words as a tool receives them after its three positional arguments.
-struct Palavras {
-  std::vector<std::string> texto;
-  std::vector<char*> ptrs;
-  explicit Palavras(std::vector<std::string> t) : texto(std::move(t)) {
-    for (std::string& w : texto) ptrs.push_back(w.data());
-  }
-  tvm::ISTR istr() { return tvm::ISTR(static_cast<int>(ptrs.size()), ptrs.data()); }
-};
+using teste::Palavras;
 
 TEST(Opcoes, RatioWordsLastWins) {
   struct Caso {
@@ -204,7 +188,7 @@ TEST(Opcoes, RatioWordErrors) {
   for (auto c : casos) {
     Palavras p(c.first);
     tvm::ISTR in = p.istr();
-    EXPECT_EQ(mensagem([&] { leOpcoesRatio(in); }), c.second);
+    EXPECT_EQ(teste::mensagemDe([&] { leOpcoesRatio(in); }), c.second);
   }
 }
 
@@ -231,7 +215,7 @@ TEST(Stores, PairChecks) {
       {"falta.xml", "Erro abertura arquivo " + pasta / "falta.xml"},
   };
   for (const auto& c : casos) {
-    const std::string m = mensagem([&] { leParDescritores(pasta / "f32.xml", pasta / c.first); });
+    const std::string m = teste::mensagemDe([&] { leParDescritores(pasta / "f32.xml", pasta / c.first); });
     EXPECT_EQ(m, c.second.empty() ? "(sem erro)" : c.second) << c.first;
   }
 }

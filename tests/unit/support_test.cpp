@@ -7,6 +7,7 @@
 #include "support/img.hpp"
 #include "support/imagem.hpp"
 #include "support/numeros.hpp"
+#include "tests/common/erros.hpp"
 #include "tests/common/pasta_temp.hpp"
 
 #include <gtest/gtest.h>
@@ -17,29 +18,12 @@
 
 namespace {
 
-// Builds an ISTR over `words` (kept alive by the caller's vector).
-struct Stream {
-  explicit Stream(std::vector<std::string> w) : words(std::move(w)) {
-    for (std::string& s : words) ptrs.push_back(s.data());
-  }
-  tvm::ISTR istr() { return tvm::ISTR(static_cast<int>(ptrs.size()), ptrs.data()); }
-  std::vector<std::string> words;
-  std::vector<char*> ptrs;
-};
+using Stream = teste::Palavras;
 
 std::vector<std::string> todosTokens(tvm::ISTR in) {
   std::vector<std::string> tokens;
   for (std::string t = tvm::leStr(in); t != "eof"; t = tvm::leStr(in)) tokens.push_back(t);
   return tokens;
-}
-
-std::string mensagemDe(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const tvm::Erro& e) {
-    return e.what();
-  }
-  return "<nenhum erro>";
 }
 
 struct CasoTokens {
@@ -95,7 +79,7 @@ TEST(Argumentos, LeftoverNamesWhatNoLookUpTook) {
     tvm::ISTR in = s.istr();
     int camadas = 6;
     if (c.words.size() == 1 && c.words[0] == "camadas=") {
-      EXPECT_EQ(mensagemDe([&] { tvm::seekArg(in, "camadas", camadas); }), "Erro: numero inteiro invalido ");
+      EXPECT_EQ(teste::mensagemDe([&] { tvm::seekArg(in, "camadas", camadas); }), "Erro: numero inteiro invalido ");
       continue;
     }
     tvm::seekArg(in, "camadas", camadas);
@@ -124,16 +108,16 @@ TEST(Argumentos, BadValuesStopWithTheValueNamed) {
   Stream s({"bcinv=talvez", "cor=0,300,0"});
   tvm::ISTR in = s.istr();
   bool bcinv = true;
-  EXPECT_EQ(mensagemDe([&] { tvm::seekArg(in, "bcinv", bcinv); }), "Erro: valor booleano invalido talvez");
+  EXPECT_EQ(teste::mensagemDe([&] { tvm::seekArg(in, "bcinv", bcinv); }), "Erro: valor booleano invalido talvez");
   EXPECT_EQ(tvm::leStr(in), "cor");
   uchar b = 0, g = 0;
   tvm::leNum(in, b);
   EXPECT_EQ(b, 0);
-  EXPECT_EQ(mensagemDe([&] { tvm::leNum(in, g); }), "Erro: valor fora de 0 a 255 300");
+  EXPECT_EQ(teste::mensagemDe([&] { tvm::leNum(in, g); }), "Erro: valor fora de 0 a 255 300");
   double r = -1;
   tvm::leNum(in, r);
   EXPECT_EQ(r, 0.0);
-  EXPECT_EQ(mensagemDe([&] { tvm::leNum(in, r); }), "Erro: falta um valor numerico");
+  EXPECT_EQ(teste::mensagemDe([&] { tvm::leNum(in, r); }), "Erro: falta um valor numerico");
 }
 
 TEST(Argumentos, ConvArgAcceptsOnlyWholeFiniteNumbers) {
@@ -154,7 +138,7 @@ TEST(Argumentos, ConvArgAcceptsOnlyWholeFiniteNumbers) {
     EXPECT_EQ(tvm::textoParaDouble(c.texto, d), c.realOk) << c.texto;
   }
   int n = 0;
-  EXPECT_EQ(mensagemDe([&] { tvm::convArg(n, "dez"); }), "Erro: numero inteiro invalido dez");
+  EXPECT_EQ(teste::mensagemDe([&] { tvm::convArg(n, "dez"); }), "Erro: numero inteiro invalido dez");
 }
 
 TEST(Argumentos, Minuscula) { EXPECT_EQ(tvm::minuscula("MatNN-X1"), "matnn-x1"); }
@@ -227,7 +211,7 @@ TEST(Arquivos, WildCards) {
   tvm::vsWildCard(pasta / "falta.png", nomes, false);
   tvm::vsWildCard(pasta / "z*.png", nomes, false);
   EXPECT_EQ(nomes, (std::vector<std::string>{pasta / "r1.png", pasta / "r2.png", pasta / "falta.png"}));
-  EXPECT_EQ(mensagemDe([&] { tvm::vsWildCard(pasta / "z*.png", nomes, true); }),
+  EXPECT_EQ(teste::mensagemDe([&] { tvm::vsWildCard(pasta / "z*.png", nomes, true); }),
             "Erro: nenhum arquivo para " + (pasta / "z*.png"));
 }
 
@@ -243,12 +227,12 @@ TEST(Imagem, WriteReadRoundTripAndFailures) {
   tvm::le(cinza, pasta / "c.png");
   EXPECT_EQ(cinza.size(), cor.size());
 
-  EXPECT_EQ(mensagemDe([&] { tvm::le(cinza, pasta / "falta.png"); }), "Erro abertura arquivo " + (pasta / "falta.png"));
+  EXPECT_EQ(teste::mensagemDe([&] { tvm::le(cinza, pasta / "falta.png"); }), "Erro abertura arquivo " + (pasta / "falta.png"));
   teste::escreveTexto(pasta / "lixo.png", "isto nao e png");
-  EXPECT_EQ(mensagemDe([&] { tvm::le(cinza, pasta / "lixo.png"); }), "Erro abertura arquivo " + (pasta / "lixo.png"));
-  EXPECT_EQ(mensagemDe([&] { tvm::imp(cor, pasta / "nao/existe.png"); }),
+  EXPECT_EQ(teste::mensagemDe([&] { tvm::le(cinza, pasta / "lixo.png"); }), "Erro abertura arquivo " + (pasta / "lixo.png"));
+  EXPECT_EQ(teste::mensagemDe([&] { tvm::imp(cor, pasta / "nao/existe.png"); }),
             "Erro abertura arquivo " + (pasta / "nao/existe.png"));
-  EXPECT_EQ(mensagemDe([&] { tvm::imp(cor, pasta / "sem_extensao"); }), "Erro abertura arquivo " + (pasta / "sem_extensao"));
+  EXPECT_EQ(teste::mensagemDe([&] { tvm::imp(cor, pasta / "sem_extensao"); }), "Erro abertura arquivo " + (pasta / "sem_extensao"));
   EXPECT_EQ(pasta.conteudo(), (std::vector<std::string>{"c.png", "lixo.png"}));  // no temporaries left
 }
 
@@ -269,7 +253,7 @@ TEST(Imagem, GlueAndConvert) {
 }
 
 TEST(Img, ViewGuardsAndClamps) {
-  EXPECT_EQ(mensagemDe([] { tvm::IMG_<uchar> v{cv::Mat_<uchar>()}; }), "Erro: IMG_::constructor _mat nulo");
+  EXPECT_EQ(teste::mensagemDe([] { tvm::IMG_<uchar> v{cv::Mat_<uchar>()}; }), "Erro: IMG_::constructor _mat nulo");
   cv::Mat_<uchar> m(4, 5);
   for (int r = 0; r < 4; ++r)
     for (int c = 0; c < 5; ++c) m(r, c) = static_cast<uchar>(10 * r + c);
