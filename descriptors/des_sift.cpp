@@ -11,7 +11,10 @@
 
 #include <opencv2/features2d.hpp>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <string>
 
 namespace {
 
@@ -24,6 +27,25 @@ void mostraContagem(const std::vector<cv::KeyPoint>& keypoints) {
 
 cv::Ptr<cv::SIFT> novoSift() { return cv::SIFT::create(0, 3, 0.04, 10.0, 1.6); }
 
+// What OpenCV's SIFT needs of given keypoints and does not check itself: below
+// 4 pixels a side it corrupts its heap; its window radius (about 5.3 x size)
+// is an int; the octave packed in a keypoint picks a pyramid level, which must
+// exist for this image (the levels SIFT's own detection would use).
+void verificaParaSift(const cv::Mat_<uchar>& image, const std::vector<cv::KeyPoint>& keypoints,
+                      const std::string& arquivoImagem) {
+  if (keypoints.empty()) return;
+  if (image.rows < 4 || image.cols < 4) tvm::erro("Erro: imagem pequena demais para SIFT ", arquivoImagem);
+  constexpr float kMaiorTamanho = 1e8f;
+  const int maiorOitava = cvRound(std::log2(std::min(image.rows, image.cols))) - 2;
+  for (size_t i = 0; i < keypoints.size(); ++i) {
+    const cv::KeyPoint& k = keypoints[i];
+    const int oitava = static_cast<signed char>(k.octave & 255);
+    const int camada = (k.octave >> 8) & 255;
+    if (k.size > kMaiorTamanho || oitava < -1 || oitava > maiorOitava || camada > 5)
+      tvm::erro("Erro: keypoint ", std::to_string(i), " com tamanho ou oitava invalida para SIFT");
+  }
+}
+
 }  // namespace
 
 void DesSift(int argc, char** argv) {
@@ -32,6 +54,7 @@ void DesSift(int argc, char** argv) {
   tvm::le(image, argv[1]);
   std::vector<cv::KeyPoint> keypoints = argc == 4 ? formats::leKeyPoints(argv[3]) : detectaSift(image);
   mostraContagem(keypoints);
+  verificaParaSift(image, keypoints, argv[1]);
   cv::Mat descriptors;
   novoSift()->compute(image, keypoints, descriptors);
   formats::impDescritores(argv[2], keypoints, descriptors);

@@ -139,7 +139,9 @@ Forapro::Forapro(int nrad, int ncir, int raio, bool radang, bool radmag, bool ci
   if (ncir < 0) tvm::erro("Erro: ncir nao pode ser negativo: ", std::to_string(ncir));
   if (raio < 0) tvm::erro("Erro: raio nao pode ser negativo: ", std::to_string(raio));
   const long long ladoL = 2LL * raio + 1;
-  if ((static_cast<long long>(nrad) + ncir) * ladoL * ladoL > maxElementosKernels)
+  // In double: a huge raio would overflow the product in 64-bit integers.
+  if ((static_cast<double>(nrad) + ncir) * static_cast<double>(ladoL) * static_cast<double>(ladoL) >
+      static_cast<double>(maxElementosKernels))
     tvm::erro("Erro: kernels grandes demais: ",
               "nrad=" + std::to_string(nrad) + " ncir=" + std::to_string(ncir) + " raio=" + std::to_string(raio));
 

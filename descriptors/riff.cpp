@@ -24,18 +24,9 @@ int nivel(int g) {
   return 4;
 }
 
-// Derivative along octant o (0..7) at a pixel: directions 4..7 are the
-// negations of 0..3. The images are CV_16S, so -(-32768) would saturate to
-// 32767; both quantise to the top level, so plain negation gives the same
-// level.
-int derivada(const cv::Mat_<short> d[4], int o, int indice) {
-  const int g = reinterpret_cast<const short*>(d[o & 3].data)[indice];
-  return o < 4 ? g : -g;
-}
-
 }  // namespace
 
-RIFF::RIFF(int naneis, int larguraAnel) : naneis_(naneis), largura_(larguraAnel) {
+RIFF::RIFF(int naneis, int larguraAnel) : naneis_(naneis), largura_(larguraAnel), gauss_(ladoGauss) {
   if (naneis < 1 || larguraAnel < 1 || naneis > maxRaio || larguraAnel > maxRaio || naneis * larguraAnel > maxRaio)
     tvm::erro("Erro: naneis e larguraAnel devem ser positivos com naneis*larguraAnel ate ", std::to_string(maxRaio));
   raio_ = naneis_ * largura_;
@@ -62,32 +53,47 @@ RIFF::RIFF(int naneis, int larguraAnel) : naneis_(naneis), largura_(larguraAnel)
       ++contagem_[anel];
       votos_.push_back({l * lado_ + c, static_cast<unsigned char>(radial), static_cast<unsigned char>(tangencial),
                         anel * niveis * niveis});
+      regiaoLida_ |= cv::Rect(c - 1, l - 1, 3, 3);
     }
   }
 
-  const float h = static_cast<float>(lado_ / 2);
-  kernels_[0] = (cv::Mat_<float>(1, 3) << 1, 0, h);
-  kernels_[1] = (cv::Mat_<float>(3, 3) << 0, 0, 1, 0, 0, 0, -1, 0, 0);
-  kernels_[2] = (cv::Mat_<float>(3, 1) << 1, 0, -1);
-  kernels_[3] = (cv::Mat_<float>(3, 3) << 1, 0, 0, 0, 0, 0, 0, 0, -1);
+  // The 4-pixel margin keeps every ring pixel's neighbours inside the patch.
+  regiaoLida_ &= cv::Rect(0, 0, lado_, lado_);
 }
 
 void RIFF::extraiPatch(const cv::Mat_<uchar>& image, const cv::KeyPoint& k, cv::Mat_<uchar>& patch) const {
   const double s = lado_ / (k.size / q_);
-  ::extraiPatch(image, mapaPatch(k.pt, s, 0.0, lado_ / 2), s, lado_, patch);
-  cv::GaussianBlur(patch, patch, cv::Size(ladoGauss, ladoGauss), 0.0, 0.0, cv::BORDER_REPLICATE);
+  cv::Mat_<uchar> bruto;
+  ::extraiPatch(image, mapaPatch(k.pt, s, 0.0, lado_ / 2), s, lado_, bruto);
+  GaussInteiro::Rascunho r;
+  gauss_.suaviza(bruto, cv::Rect(0, 0, lado_, lado_), patch, r);
 }
 
-void RIFF::descreve(const cv::Mat_<uchar>& patch, float* linha, cv::Mat_<short> derivadas[4]) const {
-  if (patch.rows != lado_ || patch.cols != lado_) tvm::erro("Erro riff: tamanho imagem");
-  for (int k = 0; k < 4; ++k)
-    cv::filter2D(patch, derivadas[k], CV_16S, kernels_[k], cv::Point(-1, -1), 0.0, cv::BORDER_REPLICATE);
+// Direction 0 is the kernel [1, 0, side/2] on the row, directions 1..3 the
+// differences +1/-1 at opposite neighbours (45k degrees, y up), computed as
+// cv::filter2D into 16 bits would: exact sums, saturated.
+int RIFF::derivada(const uchar* p, int o) const {
+  const int l = lado_;
+  int g = 0;
+  switch (o & 3) {
+    case 0: g = cv::saturate_cast<short>(p[-1] + (lado_ / 2) * p[1]); break;
+    case 1: g = p[1 - l] - p[l - 1]; break;
+    case 2: g = p[-l] - p[l]; break;
+    default: g = p[-l - 1] - p[l + 1]; break;
+  }
+  return o < 4 ? g : -g;
+}
 
+void RIFF::descreve(const cv::Mat_<uchar>& patch, float* linha) const {
+  if (patch.rows != lado_ || patch.cols != lado_) tvm::erro("Erro riff: tamanho imagem");
+  const cv::Mat_<uchar> continuo = patch.isContinuous() ? patch : cv::Mat_<uchar>(patch.clone());
+  const uchar* px = continuo[0];
   const int n = descriptorSize();
   std::fill(linha, linha + n, 0.0f);
   for (const Voto& v : votos_) {
-    const int g0 = derivada(derivadas, v.radial, v.indice);
-    const int g1 = derivada(derivadas, v.tangencial, v.indice);
+    const uchar* p = px + v.indice;
+    const int g0 = derivada(p, v.radial);
+    const int g1 = derivada(p, v.tangencial);
     linha[v.bin0 + nivel(g0) * niveis + nivel(g1)] += 1.0f;
   }
   for (int anel = 0; anel < naneis_; ++anel) {
@@ -100,13 +106,14 @@ void RIFF::compute(const cv::Mat_<uchar>& image, const std::vector<cv::KeyPoint>
                    cv::Mat& descriptors) const {
   for (size_t i = 0; i < keypoints.size(); ++i) validaKeyPoint(keypoints[i], i);
   descriptors.create(static_cast<int>(keypoints.size()), descriptorSize(), CV_32F);
-  struct Rascunho {
-    cv::Mat_<uchar> patch;
-    cv::Mat_<short> derivadas[4];
-  };
-  paraCadaLinha<Rascunho>(static_cast<int>(keypoints.size()), [&](int r, Rascunho& rascunho) {
-    extraiPatch(image, keypoints[r], rascunho.patch);
-    descreve(rascunho.patch, descriptors.ptr<float>(r), rascunho.derivadas);
+  paraCadaLinha<Rascunho>(static_cast<int>(keypoints.size()), [&](int i, Rascunho& r) {
+    const cv::KeyPoint& k = keypoints[i];
+    const double s = lado_ / (k.size / q_);
+    ::extraiPatch(image, mapaPatch(k.pt, s, 0.0, lado_ / 2), s, lado_, r.bruto);
+    // Only the ring pixels and their neighbours are smoothed: the rest of
+    // the patch is never read.
+    gauss_.suaviza(r.bruto, regiaoLida_, r.patch, r.gauss);
+    descreve(r.patch, descriptors.ptr<float>(i));
   });
 }
 

@@ -21,6 +21,8 @@
 // the negations of 0..3.
 #pragma once
 
+#include "descriptors/gauss_inteiro.hpp"
+
 #include <opencv2/core.hpp>
 
 #include <vector>
@@ -40,10 +42,13 @@ class RIFF {
 
   // The keypoint's smoothed side x side patch.
   void extraiPatch(const cv::Mat_<uchar>& image, const cv::KeyPoint& k, cv::Mat_<uchar>& patch) const;
-  // Describes a side x side patch into `linha` (descriptorSize() floats);
-  // the four derivative images are scratch space. Stops with
-  // "Erro riff: tamanho imagem" for a patch of another size.
-  void descreve(const cv::Mat_<uchar>& patch, float* linha, cv::Mat_<short> derivadas[4]) const;
+  // Describes a side x side patch into `linha` (descriptorSize() floats).
+  // Stops with "Erro riff: tamanho imagem" for a patch of another size.
+  void descreve(const cv::Mat_<uchar>& patch, float* linha) const;
+  // The difference along octant o (0..7) at an inner pixel (row and column
+  // 1 .. side - 2) of a patch, saturated to 16 bits before the negation of
+  // octants 4..7, as the 16-bit filter images would hold it.
+  int derivada(const uchar* pixel, int o) const;
 
   int descriptorSize() const { return 25 * naneis_; }
   int lado() const { return lado_; }
@@ -55,6 +60,10 @@ class RIFF {
 
  private:
   // A lut pixel that belongs to a ring, ready for the per-keypoint pass.
+  struct Rascunho {
+    cv::Mat_<uchar> bruto, patch;
+    GaussInteiro::Rascunho gauss;
+  };
   struct Voto {
     int indice;          // row * side + column
     unsigned char radial, tangencial;  // octants 0..7
@@ -66,5 +75,7 @@ class RIFF {
   cv::Mat_<cv::Vec3w> lut_;
   std::vector<int> contagem_;
   std::vector<Voto> votos_;
-  cv::Mat_<float> kernels_[4];
+  // The ring pixels and their neighbours: the only smoothed pixels read.
+  cv::Rect regiaoLida_;
+  GaussInteiro gauss_;
 };

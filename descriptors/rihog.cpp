@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -21,6 +22,27 @@ const NomesHog nomesRihog = {
     "Erro RIHOG::quantiza inesperado",
     "Erro rihog: tamanho imagem",
 };
+
+// cv::fastAtan2(dy, dx) for every pair of 3-tap differences of 8-bit pixels,
+// dx and dy in -255..255: the same values the library returns, looked up
+// instead of recomputed for every ring pixel of every keypoint.
+constexpr int maxDiferenca = 255;
+constexpr int ladoAtan = 2 * maxDiferenca + 1;
+
+const std::vector<float>& tabelaAtan() {
+  static const std::vector<float> tabela = [] {
+    std::vector<float> t(static_cast<size_t>(ladoAtan) * ladoAtan);
+    for (int dy = -maxDiferenca; dy <= maxDiferenca; ++dy)
+      for (int dx = -maxDiferenca; dx <= maxDiferenca; ++dx)
+        t[static_cast<size_t>(dy + maxDiferenca) * ladoAtan + (dx + maxDiferenca)] =
+            cv::fastAtan2(static_cast<float>(dy), static_cast<float>(dx));
+    return t;
+  }();
+  return tabela;
+}
+
+// Out of line, so that the checks cost the histogram pass only a branch.
+[[noreturn]] __attribute__((noinline, cold)) void falha(const char* mensagem) { tvm::erro(mensagem); }
 
 }  // namespace
 
@@ -39,17 +61,19 @@ void HogAneis::validaOpcoes(int naneis, int raio, int nbins, int ngauss) {
 }
 
 HogAneis::HogAneis(const NomesHog& nomes, int naneis, int raioPix, int nbins, int ngauss, bool bcinv)
-    : nomes_(nomes), naneis_(naneis), raioPix_(raioPix), nbins_(nbins), ngauss_(ngauss), bcinv_(bcinv),
+    : nomes_(nomes), naneis_(naneis), raioPix_(raioPix), nbins_(nbins), bcinv_(bcinv),
       descriptorSize_(nbins * naneis), ladoNucleo_(2 * raioPix + 1), ladoPatch_(ladoNucleo_ + (ngauss / 2) * 2),
       fracNucleo_(static_cast<double>(ladoNucleo_) / static_cast<double>(ladoPatch_)), passo_(360.0 / nbins),
-      kernelX_((cv::Mat_<float>(1, 3) << -1, 0, 1)), kernelY_((cv::Mat_<float>(3, 1) << 1, 0, -1)) {
+      gauss_(ngauss) {
   tabela_.create(ladoPatch_, ladoPatch_);
 }
 
 void HogAneis::fechaTabela() {
   contagem_.assign(naneis_, 0);
   pontos_.clear();
+  regiaoLida_ = cv::Rect();
   const tvm::IMG_<cv::Vec2f> t(tabela_);
+  auto indice = [&](int l, int c) { return std::clamp(l, 0, t.nl - 1) * t.nc + std::clamp(c, 0, t.nc - 1); };
   for (int l = 0; l < t.nl; ++l)
     for (int c = 0; c < t.nc; ++c) {
       const cv::Vec2f e = t(l, c);
@@ -60,39 +84,39 @@ void HogAneis::fechaTabela() {
       if (!(e[1] >= 0.0f && e[1] < static_cast<float>(naneis_))) tvm::erro("Erro k[1]=aneis fora da faixa");
       const int anel = cvRound(e[1]);
       ++contagem_[anel];
-      pontos_.push_back({l * t.nc + c, anel, e[0]});
+      pontos_.push_back({indice(l, c - 1), indice(l, c + 1), indice(l - 1, c), indice(l + 1, c), anel, e[0]});
+      regiaoLida_ |= cv::Rect(c - 1, l - 1, 3, 3);
     }
   // An empty ring would divide by zero and fill its bins with NaN.
   for (int k = 0; k < naneis_; ++k)
     if (contagem_[k] == 0)
       tvm::erro("Erro: anel sem pixels: ", std::to_string(k), " (naneis grande demais para o raio)");
+  regiaoLida_ &= cv::Rect(0, 0, t.nc, t.nl);
 }
 
 int HogAneis::quantiza(double a) const {
-  if (!(a >= 0.0 && a < 360.0)) tvm::erro(nomes_.quantiza1);
+  if (!(a >= 0.0 && a < 360.0)) falha(nomes_.quantiza1);
   double b = a + passo_ * 0.5;
   if (b >= 360.0) b -= 360.0;
-  if (!(b >= 0.0 && b < 360.0)) tvm::erro(nomes_.quantiza2);
+  if (!(b >= 0.0 && b < 360.0)) falha(nomes_.quantiza2);
   const int bin = static_cast<int>(b / passo_);
-  if (bin < 0 || bin >= nbins_) tvm::erro(nomes_.quantizaInesperado);
+  if (bin < 0 || bin >= nbins_) falha(nomes_.quantizaInesperado);
   return bin;
 }
 
-void HogAneis::histograma(const cv::Mat_<uchar>& patch, cv::Mat& gx, cv::Mat& gy, cv::Mat_<float>& hist) const {
+void HogAneis::histograma(const cv::Mat_<uchar>& patch, cv::Mat_<float>& hist) const {
   if (patch.rows != tabela_.rows || patch.cols != tabela_.cols) tvm::erro(nomes_.tamanho);
-  // gx = I(x+1) - I(x-1), gy = I(y-1) - I(y+1): y up, as in the table.
-  cv::filter2D(patch, gx, CV_16S, kernelX_, cv::Point(-1, -1), 0, cv::BORDER_REPLICATE);
-  cv::filter2D(patch, gy, CV_16S, kernelY_, cv::Point(-1, -1), 0, cv::BORDER_REPLICATE);
-  CV_Assert(gx.isContinuous() && gy.isContinuous());
+  CV_Assert(patch.isContinuous());
   hist.create(naneis_, nbins_);
   hist = 0.0f;
   CV_Assert(hist.isContinuous());
-  const int16_t* px = gx.ptr<int16_t>();
-  const int16_t* py = gy.ptr<int16_t>();
+  const uchar* px = patch[0];
   float* h = hist[0];
+  const float* atan = tabelaAtan().data() + maxDiferenca * ladoAtan + maxDiferenca;
   for (const PontoAnel& p : pontos_) {
-    const int dx = px[p.indice], dy = py[p.indice];
-    const float theta = cv::fastAtan2(static_cast<float>(dy), static_cast<float>(dx));
+    // gx = I(x+1) - I(x-1), gy = I(y-1) - I(y+1): y up, as in the table.
+    const int dx = px[p.direita] - px[p.esquerda], dy = px[p.acima] - px[p.abaixo];
+    const float theta = atan[dy * ladoAtan + dx];
     double rel = static_cast<double>(theta - p.angulo);
     if (rel < 0.0) rel += 360.0;
     const double mag = std::sqrt(static_cast<double>(dx * dx + dy * dy));
@@ -107,16 +131,17 @@ void HogAneis::histograma(const cv::Mat_<uchar>& patch, cv::Mat& gx, cv::Mat& gy
 }
 
 void HogAneis::rihog(const cv::Mat_<uchar>& patch, cv::Mat_<float>& hist) const {
-  cv::Mat gx, gy;
-  histograma(patch, gx, gy, hist);
+  histograma(patch.isContinuous() ? patch : cv::Mat_<uchar>(patch.clone()), hist);
 }
 
 void HogAneis::linha(const cv::Mat_<uchar>& image, const cv::KeyPoint& k, float* saida, Rascunho& r) const {
   // The keypoint's diameter spans ladoNucleo pixels.
   const double escala = ladoPatch_ / (k.size * (1.0 / fracNucleo_));
   extraiPatch(image, mapaPatch(k.pt, escala, 0.0, ladoPatch_ / 2), escala, ladoPatch_, r.bruto);
-  cv::GaussianBlur(r.bruto, r.patch, cv::Size(ngauss_, ngauss_), 0, 0, cv::BORDER_REPLICATE);
-  histograma(r.patch, r.gx, r.gy, r.hist);
+  // Only the ring pixels and their neighbours are smoothed: the rest of the
+  // patch is never read.
+  gauss_.suaviza(r.bruto, regiaoLida_, r.patch, r.gauss);
+  histograma(r.patch, r.hist);
 
   const int n = descriptorSize_;
   const float* h = r.hist[0];

@@ -19,6 +19,8 @@
 // first, bin b centred on b * 360 / nbins degrees.
 #pragma once
 
+#include "descriptors/gauss_inteiro.hpp"
+
 #include <opencv2/core.hpp>
 
 #include <vector>
@@ -87,27 +89,31 @@ class HogAneis {
  private:
   struct Rascunho {
     cv::Mat_<uchar> bruto, patch;
-    cv::Mat gx, gy;
     cv::Mat_<float> hist;
+    GaussInteiro::Rascunho gauss;
   };
-  // A ring pixel, in the row-major order of the table.
+  // A ring pixel, in the row-major order of the table, with the offsets of
+  // its four neighbours (row * ladoPatch + column; replicated at the edges)
+  // for the 3-tap differences.
   struct PontoAnel {
-    int indice;  // row * ladoPatch + column
+    int esquerda, direita, acima, abaixo;
     int anel;
     float angulo;
   };
 
-  void histograma(const cv::Mat_<uchar>& patch, cv::Mat& gx, cv::Mat& gy, cv::Mat_<float>& hist) const;
+  void histograma(const cv::Mat_<uchar>& patch, cv::Mat_<float>& hist) const;
   void linha(const cv::Mat_<uchar>& image, const cv::KeyPoint& k, float* saida, Rascunho& r) const;
 
   NomesHog nomes_;
-  int naneis_, raioPix_, nbins_, ngauss_;
+  int naneis_, raioPix_, nbins_;
   bool bcinv_;
   int descriptorSize_, ladoNucleo_, ladoPatch_;
   double fracNucleo_, passo_;
   std::vector<int> contagem_;
   std::vector<PontoAnel> pontos_;
-  cv::Mat_<float> kernelX_, kernelY_;
+  // The ring pixels and their neighbours: the only smoothed pixels read.
+  cv::Rect regiaoLida_;
+  GaussInteiro gauss_;
 };
 
 // Rings of equal width raio / naneis: ring k holds the pixels at a distance d

@@ -24,10 +24,20 @@ double radianos(float graus) { return static_cast<double>(graus) * (CV_PI / 180.
 
 }  // namespace
 
-SIMPLE::SIMPLE(char modo, int camadas, int dgauss) : modo_(modo), c_(camadas), dgauss_(dgauss) {
+namespace {
+
+// Checks the options before any table is built from them.
+int dgaussValido(char modo, int dgauss) {
   if (modo != 'c' && modo != 'i') tvm::erro("Erro: Modo invalido");
   if (dgauss % 2 != 1) tvm::erro("Erro: dGauss deve ser impar");
-  if (dgauss > maxDgauss) tvm::erro("Erro: dGauss maior que ", std::to_string(maxDgauss));
+  if (dgauss > SIMPLE::maxDgauss) tvm::erro("Erro: dGauss maior que ", std::to_string(SIMPLE::maxDgauss));
+  return dgauss;
+}
+
+}  // namespace
+
+SIMPLE::SIMPLE(char modo, int camadas, int dgauss)
+    : modo_(modo), c_(camadas), dgauss_(dgaussValido(modo, dgauss)), gauss_(dgauss_) {
   if (camadas < 0 || camadas > maxCamadas)
     tvm::erro("Erro: camadas fora da faixa 0 a ", std::to_string(maxCamadas), ": " + std::to_string(camadas));
 
@@ -47,15 +57,17 @@ SIMPLE::SIMPLE(char modo, int camadas, int dgauss) : modo_(modo), c_(camadas), d
       padrao_.emplace_back(cvRound(r * std::cos(a)), cvRound(r * std::sin(a)));
     }
   }
+  for (const cv::Point& p : padrao_) regiaoLida_ |= cv::Rect(meio + p.x, meio - p.y, 1, 1);
+  regiaoLida_ &= cv::Rect(0, 0, tnl, tnl);
 }
 
-void SIMPLE::linhaCopia(const cv::Mat_<uchar>& image, const cv::KeyPoint& k, cv::Mat_<uchar>& patch,
-                        float* linha) const {
+void SIMPLE::linhaCopia(const cv::Mat_<uchar>& image, const cv::KeyPoint& k, Rascunho& r, float* linha) const {
   const double s = tnl * q_ / k.size;
   const double theta = radianos(k.angle - 90.0f);
-  extraiPatch(image, mapaPatch(k.pt, s, theta, meio), s, tnl, patch);
-  cv::GaussianBlur(patch, patch, cv::Size(dgauss_, dgauss_), 0.0, 0.0, cv::BORDER_REPLICATE);
-  const tvm::IMG_<uchar> vista(patch);
+  extraiPatch(image, mapaPatch(k.pt, s, theta, meio), s, tnl, r.patch);
+  // Only the pixels under the pattern are smoothed: the rest is never read.
+  gauss_.suaviza(r.patch, regiaoLida_, r.suave, r.gauss);
+  const tvm::IMG_<uchar> vista(r.suave);
   for (int i = 0; i < n_; ++i) linha[i] = vista.atc(meio - padrao_[i].y, meio + padrao_[i].x);
 }
 
@@ -90,13 +102,10 @@ void SIMPLE::compute(const cv::Mat_<uchar>& image, const std::vector<cv::KeyPoin
     cv::GaussianBlur(image, fonte, cv::Size(dgauss_, dgauss_), 0.0, 0.0, cv::BORDER_REPLICATE);
   else
     fonte = image;
-  struct Rascunho {
-    cv::Mat_<uchar> patch;
-  };
   paraCadaLinha<Rascunho>(static_cast<int>(keypoints.size()), [&](int r, Rascunho& rascunho) {
     float* linha = descriptors.ptr<float>(r);
     if (modo_ == 'c')
-      linhaCopia(fonte, keypoints[r], rascunho.patch, linha);
+      linhaCopia(fonte, keypoints[r], rascunho, linha);
     else
       linhaInplace(fonte, keypoints[r], linha);
     cv::Mat_<float> vista(1, n_, linha);

@@ -16,6 +16,8 @@
 //                the nearest image pixel to where it lands (edges replicated).
 #pragma once
 
+#include "descriptors/gauss_inteiro.hpp"
+
 #include <opencv2/core.hpp>
 
 #include <vector>
@@ -43,7 +45,12 @@ class SIMPLE {
   const std::vector<cv::Point>& padrao() const { return padrao_; }
 
  private:
-  void linhaCopia(const cv::Mat_<uchar>& image, const cv::KeyPoint& k, cv::Mat_<uchar>& patch, float* linha) const;
+  struct Rascunho {
+    cv::Mat_<uchar> patch, suave;
+    GaussInteiro::Rascunho gauss;
+  };
+
+  void linhaCopia(const cv::Mat_<uchar>& image, const cv::KeyPoint& k, Rascunho& r, float* linha) const;
   void linhaInplace(const cv::Mat_<uchar>& suave, const cv::KeyPoint& k, float* linha) const;
 
   char modo_;
@@ -53,4 +60,7 @@ class SIMPLE {
   int espacamento_;
   int dgauss_;
   std::vector<cv::Point> padrao_;
+  // Copy mode: the patch pixels under the pattern, the only smoothed ones read.
+  cv::Rect regiaoLida_;
+  GaussInteiro gauss_;
 };

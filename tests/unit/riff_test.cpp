@@ -104,8 +104,7 @@ TEST(Riff, PatchUniformeMostraOKernelDaDirecaoZero) {
   const int lado = riff.lado();
   const cv::Mat_<uchar> patch(lado, lado, uchar(100));
   std::vector<float> linha(riff.descriptorSize());
-  cv::Mat_<short> rascunho[4];
-  riff.descreve(patch, linha.data(), rascunho);
+  riff.descreve(patch, linha.data());
 
   std::vector<float> esperado(riff.descriptorSize(), 0.0f);
   for (int l = 0; l < lado; ++l)
@@ -120,7 +119,8 @@ TEST(Riff, PatchUniformeMostraOKernelDaDirecaoZero) {
       esperado[e[2] * 25 + nr * 5 + nt] += 1.0f / riff.pixelsNoAnel(e[2]);
     }
   for (int i = 0; i < riff.descriptorSize(); ++i) EXPECT_NEAR(linha[i], esperado[i], 1e-5) << "entrada " << i;
-  EXPECT_EQ(rascunho[0](lado / 2, lado / 2), 100 * (1 + lado / 2));
+  EXPECT_EQ(riff.derivada(&patch(lado / 2, lado / 2), 0), 100 * (1 + lado / 2));
+  EXPECT_EQ(riff.derivada(&patch(lado / 2, lado / 2), 4), -100 * (1 + lado / 2));
 }
 
 TEST(Riff, NiveisDeQuantizacao) {
@@ -139,8 +139,7 @@ TEST(Riff, NiveisDeQuantizacao) {
     cv::Mat_<uchar> patch(lado, lado);
     for (int l = 0; l < lado; ++l) patch.row(l).setTo(cv::saturate_cast<uchar>(128 + caso.passo * (m - l)));
     std::vector<float> linha(riff.descriptorSize());
-    cv::Mat_<short> rascunho[4];
-    riff.descreve(patch, linha.data(), rascunho);
+    riff.descreve(patch, linha.data());
 
     std::vector<float> esperado(25, 0.0f);
     const int oposto = 4 - caso.nivel;
@@ -192,8 +191,7 @@ TEST(Riff, Erros) {
       {"patch de outro tamanho",
        [] {
          float linha[100];
-         cv::Mat_<short> rascunho[4];
-         RIFF().descreve(cv::Mat_<uchar>(88, 89, uchar(0)), linha, rascunho);
+         RIFF().descreve(cv::Mat_<uchar>(88, 89, uchar(0)), linha);
        },
        "Erro riff: tamanho imagem"},
       {"size 0",
