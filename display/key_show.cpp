@@ -8,7 +8,9 @@
 
 #include <opencv2/features2d.hpp>
 
+#include <cmath>
 #include <cstdio>
+#include <string>
 
 namespace display {
 
@@ -31,6 +33,21 @@ cv::Mat_<cv::Vec3b> desenhaKeyShow(const cv::Mat_<uchar>& img, const std::vector
 
 }  // namespace display
 
+namespace {
+
+// OpenCV draws in fixed point, 4 fraction bits in an int, and asserts on a
+// negative radius: keypoints beyond these bounds cannot be drawn.
+void verificaDesenhaveis(const std::vector<cv::KeyPoint>& kps, const std::string& arquivo) {
+  constexpr float kLimite = 1e7f;
+  for (size_t i = 0; i < kps.size(); ++i) {
+    const cv::KeyPoint& k = kps[i];
+    if (!(k.size >= 0.0f && k.size <= kLimite && std::fabs(k.pt.x) <= kLimite && std::fabs(k.pt.y) <= kLimite))
+      tvm::erro("Erro: keypoint ", std::to_string(i) + " com tamanho ou posicao invalida em ", arquivo);
+  }
+}
+
+}  // namespace
+
 void KeyShow(int argc, char** argv) {
   if (argc != 4 && argc != 5)
     tvm::falhaUso({"keyshow a.pgm a.xml a.ppm [modo]",
@@ -39,6 +56,7 @@ void KeyShow(int argc, char** argv) {
   tvm::le(img, argv[1]);
   const std::vector<cv::KeyPoint> kps = formats::leKeyPoints(argv[2]);
   const char modo = argc == 5 ? argv[4][0] : 'r';
+  verificaDesenhaveis(kps, argv[2]);
   tvm::imp(display::desenhaKeyShow(img, kps, modo), argv[3]);
 }
 

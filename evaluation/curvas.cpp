@@ -120,9 +120,15 @@ void curvaAccRej(const std::vector<double>& taxas, cv::Mat_<cv::Vec3b>& img, int
 }
 
 void impROC(const std::vector<PontoROC>& pontos, const std::vector<bool>& certos, const std::string& nome) {
-  if (pontos.size() != certos.size()) tvm::erro("Erro impROC: pontos e flags de tamanhos diferentes");
   if (nome.empty()) tvm::erro("Erro: abertura ", nome);
   tvm::SaidaSegura saida(nome);
+  escreveROC(pontos, certos, saida);
+  saida.confirma();
+}
+
+void escreveROC(const std::vector<PontoROC>& pontos, const std::vector<bool>& certos, tvm::SaidaSegura& saida) {
+  if (pontos.size() != certos.size()) tvm::erro("Erro impROC: pontos e flags de tamanhos diferentes");
+  const std::string& nome = saida.destino();
   tvm::Arquivo arquivo(saida.temporario(), "wt");
   if (!arquivo) tvm::erro("Erro: abertura ", nome);
   FILE* f = arquivo.get();
@@ -133,7 +139,6 @@ void impROC(const std::vector<PontoROC>& pontos, const std::vector<bool>& certos
     std::fprintf(f, "%3d %3d %3d\n", certos[i] ? 1 : 0, cvRound(pontos[i].fpr * 100.0),
                  cvRound(pontos[i].tpr * 100.0));
   if (!arquivo.fecha()) tvm::erro("Erro: abertura ", nome);
-  saida.confirma();
 }
 
 std::string linhaMatlab(const std::vector<bool>& certos) {

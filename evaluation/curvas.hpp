@@ -9,6 +9,8 @@
 // pixels are computed with cvRound (nearest, ties to even).
 #pragma once
 
+#include "support/arquivos.hpp"
+
 #include <opencv2/core.hpp>
 
 #include <string>
@@ -60,6 +62,9 @@ void curvaAccRej(const std::vector<double>& taxas, cv::Mat_<cv::Vec3b>& img, int
 //                             converts it)
 // `certos` and `pontos` run in parallel. Cannot create: "Erro: abertura ".
 void impROC(const std::vector<PontoROC>& pontos, const std::vector<bool>& certos, const std::string& nome);
+// The same into the temporary of `saida`, left for the caller to confirm, so
+// a tool writing two files can confirm them only when both were written.
+void escreveROC(const std::vector<PontoROC>& pontos, const std::vector<bool>& certos, tvm::SaidaSegura& saida);
 
 // The flags as one line "1 0 1 \n" (each value followed by a blank).
 std::string linhaMatlab(const std::vector<bool>& certos);

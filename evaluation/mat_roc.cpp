@@ -6,6 +6,8 @@
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
 
+#include <optional>
+
 void MatROC(int argc, char** argv) {
   if (argc < 4 || argc > 6)
     tvm::falhaUso({"MatROC: Calcula a curva ROC de casamentos, tendo matriz 3x3",
@@ -21,6 +23,13 @@ void MatROC(int argc, char** argv) {
   const std::vector<evaluation::PontoROC> pontos = evaluation::pontosROC(evaluation::confusoes(certos));
   cv::Mat_<cv::Vec3b> img;
   evaluation::curvaROC(pontos, img, 8, op.cor);
+  // The ROC file is written first and confirmed last: a failure on either
+  // output leaves neither.
+  std::optional<tvm::SaidaSegura> roc;
+  if (!op.arquivo.empty()) {
+    roc.emplace(op.arquivo);
+    evaluation::escreveROC(pontos, certos, *roc);
+  }
   tvm::imp(img, argv[3]);
-  if (!op.arquivo.empty()) evaluation::impROC(pontos, certos, op.arquivo);
+  if (roc) roc->confirma();
 }

@@ -387,6 +387,8 @@ void SURF::compute(const cv::Mat& image, std::vector<cv::KeyPoint>& keypoints, c
     if (!std::isfinite(kp.pt.x) || !std::isfinite(kp.pt.y) || !std::isfinite(kp.size) || !(kp.size > 0)) continue;
     if (kp.pt.x < -0.5f || kp.pt.y < -0.5f || kp.pt.x >= I.W - 0.5f || kp.pt.y >= I.H - 0.5f) continue;
     const float escala = escalaDoTamanho(kp.size);
+    // Too big for the image anyway; rounding it to int would overflow.
+    if (2.0f * escala > static_cast<float>(std::max(I.W, I.H))) continue;
     const int w = 2 * cvRound(2 * escala);
     if (w > I.W || w > I.H) continue;
     if (upright_) kp.angle = kAnguloUpright;

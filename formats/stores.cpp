@@ -85,8 +85,9 @@ void escreveKeyPoints(cv::FileStorage& fs, const std::vector<cv::KeyPoint>& keyp
   fs << "]";
 }
 
-void escreve(const std::string& file, const std::vector<cv::KeyPoint>& keypoints, const cv::Mat* descriptors) {
-  tvm::SaidaSegura saida(file);
+// Into the temporary of `saida`; the caller confirms.
+void escreveEm(tvm::SaidaSegura& saida, const std::vector<cv::KeyPoint>& keypoints, const cv::Mat* descriptors) {
+  const std::string& file = saida.destino();
   {
     cv::FileStorage fs;
     bool aberto = false;
@@ -102,6 +103,11 @@ void escreve(const std::string& file, const std::vector<cv::KeyPoint>& keypoints
     }
     if (!aberto) tvm::erro("Erro abertura arquivo ", file);
   }
+}
+
+void escreve(const std::string& file, const std::vector<cv::KeyPoint>& keypoints, const cv::Mat* descriptors) {
+  tvm::SaidaSegura saida(file);
+  escreveEm(saida, keypoints, descriptors);
   saida.confirma();
 }
 
@@ -161,6 +167,10 @@ void leDescritores(const std::string& file, std::vector<cv::KeyPoint>& keypoints
 
 void impKeyPoints(const std::string& file, const std::vector<cv::KeyPoint>& keypoints) {
   escreve(file, keypoints, nullptr);
+}
+
+void impKeyPoints(tvm::SaidaSegura& saida, const std::vector<cv::KeyPoint>& keypoints) {
+  escreveEm(saida, keypoints, nullptr);
 }
 
 void impDescritores(const std::string& file, const std::vector<cv::KeyPoint>& keypoints, const cv::Mat& descriptors) {

@@ -13,6 +13,8 @@
 // A missing node reads as an empty list or an empty matrix.
 #pragma once
 
+#include "support/arquivos.hpp"
+
 #include <opencv2/core.hpp>
 
 #include <string>
@@ -25,6 +27,9 @@ void leDescritores(const std::string& file, std::vector<cv::KeyPoint>& keypoints
 
 // Writers replace `file` whole or leave it untouched.
 void impKeyPoints(const std::string& file, const std::vector<cv::KeyPoint>& keypoints);
+// Into the temporary of `saida`, for the caller to confirm: a tool writing
+// two stores confirms them only when both were written.
+void impKeyPoints(tvm::SaidaSegura& saida, const std::vector<cv::KeyPoint>& keypoints);
 void impDescritores(const std::string& file, const std::vector<cv::KeyPoint>& keypoints, const cv::Mat& descriptors);
 
 }  // namespace formats

@@ -34,6 +34,8 @@ std::vector<cv::KeyPoint> detectaFast(const cv::Mat_<uchar>& img, int threshold)
 namespace {
 
 // A number typed as a real, truncated toward zero as the tool uses it.
+constexpr int kMaxCamadasSift = 100;
+
 int truncaInt(const char* texto) {
   double v = 0;
   tvm::convArg(v, texto);
@@ -57,6 +59,9 @@ void KeySift(int argc, char** argv) {
     nOctaveLayers = truncaInt(argv[4]);
     // OpenCV would fail on an assertion about Gaussian kernels; say why.
     if (nOctaveLayers < 1) tvm::erro("Erro: numero de camadas invalido ", argv[4]);
+    // Each layer is a whole image per octave; past this the pyramid outgrows
+    // any memory and OpenCV fails deep inside.
+    if (nOctaveLayers > kMaxCamadasSift) tvm::erro("Erro: numero de camadas invalido ", argv[4]);
   }
 
   const std::vector<cv::KeyPoint> keypoints = keypoints::detectaSift(img, nfeatures, nOctaveLayers);

@@ -103,6 +103,9 @@ void KeyRand(int argc, char** argv) {
   formats::leMat33(M, argv[3]);
   int n = 0;
   tvm::convArg(n, argv[4]);
+  // Each pair costs memory and store text; beyond this a typo would run for
+  // hours and fill the disk.
+  if (n > keypoints::kMaxPares) tvm::erro("Erro: n grande demais ", argv[4]);
 
   keypoints::ParamRand p;
   tvm::ISTR opcoes(argc - 7, argv + 7);
@@ -117,6 +120,10 @@ void KeyRand(int argc, char** argv) {
 
   std::vector<cv::KeyPoint> a, b;
   keypoints::geraPares(imgA.size(), cv::Matx33d(M), n, p, a, b);
-  formats::impKeyPoints(argv[5], a);
-  formats::impKeyPoints(argv[6], b);
+  // Both stores are written before either replaces its target.
+  tvm::SaidaSegura saidaA(argv[5]), saidaB(argv[6]);
+  formats::impKeyPoints(saidaA, a);
+  formats::impKeyPoints(saidaB, b);
+  saidaA.confirma();
+  saidaB.confirma();
 }

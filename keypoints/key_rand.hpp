@@ -20,6 +20,8 @@ struct ParamRand {
 // Consecutive rejected drawings after which the generator gives up: the
 // diameters cannot fit in the frame, or the transform maps everything out.
 constexpr long kMaxRejeicoesSeguidas = 1000000;
+// The most pairs one run draws.
+constexpr int kMaxPares = 10000000;
 
 // Seeds tvm::myrandom with p.seed and draws until `a` holds n keypoints
 // (none when n <= 0); b[i] is a[i] mapped by M (image a to image b).

@@ -37,7 +37,9 @@ void fechaSeAberto(int& fd) {
 
 Execucao roda(const std::vector<std::string>& args, const std::string& pasta, double limiteSegundos) {
   int out[2], err[2];
-  if (::pipe(out) != 0 || ::pipe(err) != 0) throw std::runtime_error("pipe");
+  // Close-on-exec: a child started by another thread must not hold these
+  // pipes open, or this run would wait for that one to end.
+  if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
   const pid_t pid = ::fork();
   if (pid < 0) throw std::runtime_error("fork");
   if (pid == 0) filho(args, pasta, out[1], err[1]);
