@@ -44,7 +44,7 @@ demo: deps build
 bench: deps
 	@cmake -S . -B build -DCMAKE_BUILD_TYPE=Release -DQUIVELAR_BENCH=ON >/dev/null
 	@cmake --build build -j $(JOBS)
-	build/bench/quivelar_bench
+	build/bench/quivelar_bench --benchmark_min_time=0.3
 
 clean:
 	rm -rf build build-asan build-fuzz demo-out

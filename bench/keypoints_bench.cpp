@@ -1,22 +1,17 @@
-// Keypoint stage: each detector as the Key* tools configure it, on the graf
-// images; the synthetic pair generator; the KeyGrande selection.
+// Keypoint stage: each detector (SIFT, SURF, FAST, STAR) as the Key* tools
+// configure it, on graf images 1 and 3; the synthetic pair generator; the
+// KeyGrande selection.
+#include "bench/cena.hpp"
 #include "formats/transform.hpp"
 #include "keypoints/key_detect.hpp"
 #include "keypoints/key_edit.hpp"
 #include "keypoints/key_rand.hpp"
-#include "support/imagem.hpp"
-
-#include <benchmark/benchmark.h>
 
 #include <string>
 
 namespace {
 
-const cv::Mat_<uchar>& graf(int i) {
-  static cv::Mat_<uchar> imgs[7];
-  if (imgs[i].empty()) tvm::le(imgs[i], std::string(QUIVELAR_DATA) + "/img" + std::to_string(i) + ".png");
-  return imgs[i];
-}
+using cena::graf;
 
 void contaKeypoints(benchmark::State& state, size_t n) { state.counters["keypoints"] = static_cast<double>(n); }
 
@@ -26,7 +21,7 @@ void BM_DetectaSift(benchmark::State& state) {
   for (auto _ : state) n = keypoints::detectaSift(img).size();
   contaKeypoints(state, n);
 }
-BENCHMARK(BM_DetectaSift)->Arg(1)->Arg(3)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DetectaSift)->ArgName("img")->Arg(1)->Arg(3)->Unit(benchmark::kMillisecond);
 
 void BM_DetectaFast(benchmark::State& state) {
   const cv::Mat_<uchar>& img = graf(static_cast<int>(state.range(0)));
@@ -34,7 +29,7 @@ void BM_DetectaFast(benchmark::State& state) {
   for (auto _ : state) n = keypoints::detectaFast(img).size();
   contaKeypoints(state, n);
 }
-BENCHMARK(BM_DetectaFast)->Arg(1)->Arg(3)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DetectaFast)->ArgName("img")->Arg(1)->Arg(3)->Unit(benchmark::kMillisecond);
 
 void BM_DetectaSurf(benchmark::State& state) {
   const cv::Mat_<uchar>& img = graf(static_cast<int>(state.range(0)));
@@ -43,7 +38,7 @@ void BM_DetectaSurf(benchmark::State& state) {
   for (auto _ : state) surf.detect(img, k);
   contaKeypoints(state, k.size());
 }
-BENCHMARK(BM_DetectaSurf)->Arg(1)->Arg(3)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DetectaSurf)->ArgName("img")->Arg(1)->Arg(3)->Unit(benchmark::kMillisecond);
 
 void BM_DetectaStar(benchmark::State& state) {
   const cv::Mat_<uchar>& img = graf(static_cast<int>(state.range(0)));
@@ -52,7 +47,7 @@ void BM_DetectaStar(benchmark::State& state) {
   for (auto _ : state) star.detect(img, k);
   contaKeypoints(state, k.size());
 }
-BENCHMARK(BM_DetectaStar)->Arg(1)->Arg(3)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DetectaStar)->ArgName("img")->Arg(1)->Arg(3)->Unit(benchmark::kMillisecond);
 
 // Pairs under graf's 1-to-3 homography; many partners fall outside.
 void BM_GeraPares(benchmark::State& state) {

@@ -16,6 +16,11 @@ constexpr size_t kHuge = 2 * kMiB;
 }  // namespace
 
 void preparaMemoria() {
+#ifdef QUIVELAR_SEM_PREPARO_MEMORIA
+  // A build for scripts/bench-tools only: the same program without the
+  // levers, to count what they save.
+  return;
+#endif
   // Buffers up to glibc's largest threshold come from the heap and go back
   // to it when freed, instead of mmap/munmap round trips that fault them in
   // again on every reuse; freed memory is not trimmed away.
