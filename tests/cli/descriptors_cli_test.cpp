@@ -1,4 +1,8 @@
-// DesSift, DesSurf, DesSimp and DesRiff run as a user runs them.
+// The descriptor tools run as a user runs them: widths, options, the SIFT
+// fallback and the stores written (messages are in mensagens_cli_test).
+#include "descriptors/forapro.hpp"
+#include "descriptors/rihog.hpp"
+#include "descriptors/ruhog.hpp"
 #include "formats/stores.hpp"
 #include "tests/common/cli.hpp"
 #include "tests/common/pasta_temp.hpp"
@@ -7,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <opencv2/features2d.hpp>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -25,20 +30,13 @@ std::vector<cv::KeyPoint> keypoints() {
   return kps;
 }
 
-// A folder with a.png (texture), plana.png (one grey level), k.xml (the
-// twelve keypoints) and ruim.xml (the same with keypoint 2 of size 0).
+// A folder with a.png (the texture) and k.xml (the twelve keypoints).
 struct Cenario {
   teste::PastaTemp pasta;
-  std::vector<std::string> entradas;
 
   Cenario() {
     teste::salva(imagem(), pasta / "a.png");
-    teste::salva(teste::uniforme(160, 160, 77), pasta / "plana.png");
     formats::impKeyPoints(pasta / "k.xml", keypoints());
-    std::vector<cv::KeyPoint> ruins = keypoints();
-    ruins[2].size = 0.0f;
-    formats::impKeyPoints(pasta / "ruim.xml", ruins);
-    entradas = pasta.conteudo();
   }
 
   teste::Execucao roda(const std::vector<std::string>& args) const { return teste::roda(args, pasta.caminho()); }
@@ -48,91 +46,7 @@ struct Cenario {
   }
 };
 
-struct CasoFalha {
-  const char* nome;
-  std::vector<std::string> args;
-  std::string out, err;
-};
-
-void PrintTo(const CasoFalha& c, std::ostream* os) { *os << c.nome; }
-
-// stderr without the lines OpenCV's own logger writes ("[ERROR:0@0.01] ...",
-// when a store does not open): those are the library's, not the tool's.
-std::string semLogOpenCV(const std::string& err) {
-  std::string limpo;
-  size_t inicio = 0;
-  while (inicio < err.size()) {
-    size_t fim = err.find('\n', inicio);
-    fim = fim == std::string::npos ? err.size() : fim + 1;
-    const std::string linha = err.substr(inicio, fim - inicio);
-    if (linha.rfind("[ERROR:", 0) != 0 && linha.rfind("[ WARN:", 0) != 0) limpo += linha;
-    inicio = fim;
-  }
-  return limpo;
-}
-
-class DescritoresFalha : public ::testing::TestWithParam<CasoFalha> {};
-
-// Every failure: the exact texts, status 1, and no output or temporary left.
-TEST_P(DescritoresFalha, MensagemESemArquivo) {
-  const CasoFalha& caso = GetParam();
-  const Cenario c;
-  const teste::Execucao e = c.roda(caso.args);
-  EXPECT_EQ(e.out, caso.out);
-  EXPECT_EQ(semLogOpenCV(e.err), caso.err);
-  EXPECT_EQ(e.status, 1);
-  EXPECT_EQ(e.sinal, 0);
-  EXPECT_EQ(c.pasta.conteudo(), c.entradas);
-}
-
-const std::string usoSift = "DesSift a.pgm DesA.xml [KeyA.xml]\n";
-const std::string usoSurf = "DesSurf a.pgm DesA.xml [KeyA.xml]\n";
-const std::string usoSimp =
-    "DesSimp a.pgm DesA.xml [key=KeyA.xml camadas=6 dgauss=11 modo=i/c]\n"
-    "  Se keyA.xml nao for fornecido, usa-se SIFT.\n"
-    "  camadas       = 1,  2,  3,  4,  5,   6\n"
-    "  descriptorSize= 7, 19, 37, 61, 91, 127\n"
-    "  dgauss deve ser impar. tnl=91.\n"
-    "  modo=inplace ou copy (default).\n";
-const std::string usoRiff =
-    "DesRiff a.pgm DesA.xml [key=KeyA.xml naneis=4 larguraAnel=10]\n"
-    "  Se keyA.xml nao for fornecido, usa-se SIFT.\n";
-const std::string nArgs = "Erro: Numero de argumentos invalido\n";
 const std::string k12 = "KeyPoints k=12\n";
-const std::string ruim = "Erro: keypoint 2 com tamanho ou posicao invalida\n";
-const std::string faixaRiff = "Erro: naneis e larguraAnel devem ser positivos com naneis*larguraAnel ate 1000\n";
-
-INSTANTIATE_TEST_SUITE_P(
-    Tabela, DescritoresFalha,
-    ::testing::Values(
-        CasoFalha{"sift_2_palavras", {"DesSift", "a.png"}, usoSift, nArgs},
-        CasoFalha{"sift_5_palavras", {"DesSift", "a.png", "d.xml", "k.xml", "x"}, usoSift, nArgs},
-        CasoFalha{"surf_2_palavras", {"dessurf", "a.png"}, usoSurf, nArgs},
-        CasoFalha{"simp_2_palavras", {"DesSimp", "a.png"}, usoSimp, nArgs},
-        CasoFalha{"riff_1_palavra", {"DesRiff"}, usoRiff, nArgs},
-        CasoFalha{"sift_key_inexistente", {"DesSift", "a.png", "d.xml", "nao.xml"}, "",
-                  "Erro abertura arquivo nao.xml\n"},
-        CasoFalha{"simp_key_inexistente", {"DesSimp", "a.png", "d.xml", "key=nao.xml"}, "",
-                  "Erro abertura arquivo nao.xml\n"},
-        CasoFalha{"simp_dgauss_par", {"DesSimp", "a.png", "d.xml", "key=k.xml", "dgauss=10"}, k12,
-                  "Erro: dGauss deve ser impar\n"},
-        CasoFalha{"simp_modo_x", {"DesSimp", "a.png", "d.xml", "key=k.xml", "modo=x"}, k12,
-                  "Erro: modo invalido\n"},
-        CasoFalha{"simp_opcao_desconhecida", {"DesSimp", "a.png", "d.xml", "key=k.xml", "foo=1"}, k12,
-                  "Erro: Argumento invalido foo 1\n"},
-        CasoFalha{"simp_opcao_repetida", {"DesSimp", "a.png", "d.xml", "key=k.xml", "camadas=6", "camadas=5"}, k12,
-                  "Erro: Argumento invalido camadas 5\n"},
-        CasoFalha{"simp_camadas_0", {"DesSimp", "a.png", "d.xml", "key=k.xml", "camadas=0"}, k12,
-                  "Erro: Desvio<epsilon\n"},
-        CasoFalha{"simp_plana", {"DesSimp", "plana.png", "d.xml", "key=k.xml"}, k12, "Erro: Desvio<epsilon\n"},
-        CasoFalha{"riff_naneis_0", {"DesRiff", "a.png", "d.xml", "key=k.xml", "naneis=0"}, k12, faixaRiff},
-        CasoFalha{"riff_largura_texto", {"DesRiff", "a.png", "d.xml", "key=k.xml", "larguraAnel=x"}, k12,
-                  "Erro: numero inteiro invalido x\n"},
-        CasoFalha{"simp_keypoint_ruim", {"DesSimp", "a.png", "d.xml", "key=ruim.xml"}, k12, ruim},
-        CasoFalha{"riff_keypoint_ruim", {"DesRiff", "a.png", "d.xml", "key=ruim.xml"}, k12, ruim},
-        CasoFalha{"sift_keypoint_ruim", {"DesSift", "a.png", "d.xml", "ruim.xml"}, k12, ruim},
-        CasoFalha{"surf_keypoint_ruim", {"DesSurf", "a.png", "d.xml", "ruim.xml"}, k12, ruim}),
-    [](const auto& info) { return std::string(info.param.nome); });
 
 struct CasoLargura {
   const char* nome;
@@ -178,8 +92,65 @@ INSTANTIATE_TEST_SUITE_P(
                       CasoLargura{"surf", {"DesSurf", "a.png", "d.xml", "k.xml"}, 64}),
     [](const auto& info) { return std::string(info.param.nome); });
 
+// The options reach the descriptor: the rows equal an in-process run.
+struct CasoOpcoes {
+  const char* nome;
+  std::vector<std::string> args;  // after the image and the output name
+  int colunas;
+  // The same descriptor computed in-process.
+  std::function<void(const cv::Mat_<uchar>&, const std::vector<cv::KeyPoint>&, cv::Mat&)> referencia;
+};
+
+class Opcoes : public testing::TestWithParam<CasoOpcoes> {};
+
+TEST_P(Opcoes, StoreHoldsTheKeypointsAndTheRowsOfThoseOptions) {
+  const CasoOpcoes& c = GetParam();
+  const Cenario cena;
+  std::vector<std::string> args = {c.args[0], "a.png", "d.xml"};
+  args.insert(args.end(), c.args.begin() + 1, c.args.end());
+  const teste::Execucao e = teste::roda(args, cena.pasta.caminho());
+  EXPECT_EQ(teste::semTempo(e.out), k12);
+  EXPECT_EQ(e.err, "");
+  ASSERT_EQ(e.status, 0);
+  std::vector<cv::KeyPoint> kps;
+  cv::Mat d;
+  formats::leDescritores(cena.pasta / "d.xml", kps, d);
+  ASSERT_EQ(kps.size(), keypoints().size());
+  for (size_t i = 0; i < kps.size(); ++i) {
+    EXPECT_EQ(kps[i].pt, keypoints()[i].pt);
+    EXPECT_EQ(kps[i].angle, keypoints()[i].angle);
+  }
+  ASSERT_EQ(d.rows, 12);
+  ASSERT_EQ(d.cols, c.colunas);
+  ASSERT_EQ(d.type(), CV_32F);
+  cv::Mat esperado;
+  c.referencia(imagem(), keypoints(), esperado);
+  EXPECT_EQ(cv::norm(d, esperado, cv::NORM_INF), 0.0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Tabela, Opcoes,
+    testing::Values(
+        CasoOpcoes{"rihog_padrao", {"desrihog", "key=k.xml"}, 100,
+                   [](auto& i, auto& k, auto& d) { RIHOG().compute(i, k, d); }},
+        CasoOpcoes{"rihog_4x8_sem_bcinv",
+                   {"desrihog", "nbins=8", "key=k.xml", "bcinv=false", "naneis=4"},
+                   32,
+                   [](auto& i, auto& k, auto& d) { RIHOG(4, 40, 8, 37, false).compute(i, k, d); }},
+        CasoOpcoes{"ruhog_chaves_maiusculas",
+                   {"DesRUHOG", "key=k.xml", "RAIO=20", "nGauss=9"},
+                   100,
+                   [](auto& i, auto& k, auto& d) { RUHOG(5, 20, 20, 9, true).compute(i, k, d); }},
+        CasoOpcoes{"forapro_padrao", {"desforapro", "key=k.xml"}, 15,
+                   [](auto& i, auto& k, auto& d) { Forapro().compute(i, k, d); }},
+        CasoOpcoes{"forapro_grupos",
+                   {"desforapro", "key=k.xml", "radang=0", "cirvet=false", "nrad=3", "raio=20"},
+                   3,
+                   [](auto& i, auto& k, auto& d) { Forapro(3, 4, 20, false, true, false).compute(i, k, d); }}),
+    [](const testing::TestParamInfo<CasoOpcoes>& i) { return std::string(i.param.nome); });
+
 TEST(DescritoresCli, SemOpcaoGravaStoreVazioSemContagem) {
-  for (const char* tool : {"DesSimp", "DesRiff"}) {
+  for (const char* tool : {"DesSimp", "DesRiff", "desrihog", "desruhog", "desforapro"}) {
     const Cenario c;
     const teste::Execucao e = c.roda({tool, "a.png", "d.xml"});
     ASSERT_EQ(e.status, 0) << tool << ": " << e.err;
@@ -203,6 +174,7 @@ TEST(DescritoresCli, ComOpcaoSemKeyDetectaComSift) {
   };
   const Caso casos[] = {{{"DesSimp", "a.png", "d.xml", "camadas=6"}, 127},
                         {{"DesRiff", "a.png", "d.xml", "naneis=4"}, 100},
+                        {{"desforapro", "a.png", "d.xml", "raio=10"}, 15},
                         {{"DesSift", "a.png", "d.xml"}, 128}};
   for (const Caso& caso : casos) {
     const Cenario c;

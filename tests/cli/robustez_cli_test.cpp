@@ -144,8 +144,6 @@ cv::Mat descritoresBons(unsigned semente, int colunas = 16) {
   return d;
 }
 
-std::string bytesDe(const std::string& arquivo) { return teste::leTexto(arquivo); }
-
 // A keypoint store as text, so single fields can be spoilt.
 std::string storeTexto(const std::vector<std::vector<std::string>>& campos) {
   std::string t = "%YAML:1.0\n---\nkeypoints: [ ";
@@ -221,8 +219,8 @@ const std::map<std::string, std::string>& boas() {
     formats::impKeyPoints(pasta / "k.yml", keypointsBons());
     formats::impDescritores(pasta / "d1.yml", keypointsBons(), descritoresBons(1));
     formats::impDescritores(pasta / "d2.yml", keypointsBons(), descritoresBons(2));
-    for (const char* nome : {"a.pgm", "b.pgm", "k.yml", "d1.yml", "d2.yml"}) a[nome] = bytesDe(pasta / nome);
-    a["c1.png"] = a["c2.png"] = bytesDe(pasta / "c.png");
+    for (const char* nome : {"a.pgm", "b.pgm", "k.yml", "d1.yml", "d2.yml"}) a[nome] = teste::leTexto(pasta / nome);
+    a["c1.png"] = a["c2.png"] = teste::leTexto(pasta / "c.png");
     a["m.txt"] = matchTexto(6, 15, linhasBoas());
     a["h.txt"] = "1 0 0\n0 1 0\n0 0 1\n";
     return a;
@@ -303,7 +301,7 @@ std::vector<Variante> variantes(Tipo tipo, const std::string& arquivo, bool comp
       PastaTemp pasta;
       const auto store = [&](const std::vector<cv::KeyPoint>& k, const cv::Mat& d) {
         formats::impDescritores(pasta / "d.yml", k, d);
-        return bytesDe(pasta / "d.yml");
+        return teste::leTexto(pasta / "d.yml");
       };
       const std::vector<cv::KeyPoint> k = keypointsBons();
       v.push_back(falha("soKeypoints", boas().at("k.yml"), "Erro: numero de keypoints != descritores"));

@@ -105,4 +105,19 @@ std::string semTempo(const std::string& out) {
   return out.substr(0, comeco);
 }
 
+bool terminaCom(const std::string& texto, const std::string& fim) {
+  if (texto.size() < fim.size() || texto.compare(texto.size() - fim.size(), fim.size(), fim) != 0) return false;
+  return texto.size() == fim.size() || texto[texto.size() - fim.size() - 1] == '\n';
+}
+
+void confereFalha(const CasoFalha& c, const PastaTemp& pasta) {
+  const std::vector<std::string> antes = pasta.conteudo();
+  const Execucao e = roda(c.args, pasta.caminho(), 60);
+  EXPECT_EQ(e.out, c.out) << c.nome;
+  EXPECT_TRUE(terminaCom(e.err, c.err)) << c.nome << ": " << e.err;
+  EXPECT_EQ(e.status, 1) << c.nome;
+  EXPECT_EQ(e.sinal, 0) << c.nome;
+  EXPECT_EQ(pasta.conteudo(), antes) << c.nome;
+}
+
 }  // namespace teste

@@ -23,4 +23,17 @@ Execucao roda(const std::vector<std::string>& args, const std::string& pasta = "
 // comparison fails and shows why.
 std::string semTempo(const std::string& out);
 
+// A command line that must fail: stdout exactly `out`, stderr ending in the
+// line(s) `err` (OpenCV may log a line of its own before ours), status 1, no
+// signal, and folder `pasta` left as it was.
+struct CasoFalha {
+  std::string nome;
+  std::vector<std::string> args;
+  std::string out, err;
+};
+class PastaTemp;
+void confereFalha(const CasoFalha& c, const PastaTemp& pasta);
+// True when `texto` ends with `fim` at a line start.
+bool terminaCom(const std::string& texto, const std::string& fim);
+
 }  // namespace teste

@@ -2,6 +2,7 @@
 // invariance and the option guards.
 #include "descriptors/forapro.hpp"
 #include "support/erro.hpp"
+#include "tests/common/erros.hpp"
 #include "tests/common/sinteticas.hpp"
 
 #include <gtest/gtest.h>
@@ -17,15 +18,6 @@ namespace {
 
 using Complexo = std::complex<float>;
 constexpr double doisPi = 6.283185307179586;
-
-std::string mensagemDe(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const tvm::Erro& e) {
-    return e.what();
-  }
-  return "<nenhum erro>";
-}
 
 // Kernel value at (x right, y up) from the centre of plane s.
 Complexo valor(const Forapro& f, int s, int x, int y) {
@@ -130,9 +122,9 @@ TEST(Slice, SharesThePlaneAndChecksItsArguments) {
   plano.at<cv::Vec2f>(3, 1) = cv::Vec2f(7, 8);
   EXPECT_EQ(m.at<cv::Vec2f>(2, 3, 1), cv::Vec2f(7, 8));
 
-  EXPECT_EQ(mensagemDe([&] { slice(cv::Mat(4, 5, CV_32FC2), 0); }), "Erro slice: dimensao deve ser 3");
-  EXPECT_EQ(mensagemDe([&] { slice(m, -1); }), "Erro slice: indice invalido");
-  EXPECT_EQ(mensagemDe([&] { slice(m, 3); }), "Erro slice: indice invalido");
+  EXPECT_EQ(teste::mensagemDe([&] { slice(cv::Mat(4, 5, CV_32FC2), 0); }), "Erro slice: dimensao deve ser 3");
+  EXPECT_EQ(teste::mensagemDe([&] { slice(m, -1); }), "Erro slice: indice invalido");
+  EXPECT_EQ(teste::mensagemDe([&] { slice(m, 3); }), "Erro slice: indice invalido");
 }
 
 // ---------------------------------------------------------------- convqux
@@ -165,13 +157,13 @@ TEST(Convqux, MismatchedPatchStops) {
   const Forapro f(2, 2, 5, true, true, true);
   cv::Mat resp;
   for (const cv::Size& s : {cv::Size(10, 10), cv::Size(11, 12), cv::Size(12, 12)})
-    EXPECT_EQ(mensagemDe([&] { convqux(cv::Mat_<uchar>(s, uchar(3)), f.kernels(), resp); }),
+    EXPECT_EQ(teste::mensagemDe([&] { convqux(cv::Mat_<uchar>(s, uchar(3)), f.kernels(), resp); }),
               "Erro convqux: Dimensoes invalidas")
         << s;
   float saida[20];
   const int dims[3] = {3, 1, 1};
   const cv::Mat curto(3, dims, CV_32FC2, cv::Scalar::all(1));
-  EXPECT_EQ(mensagemDe([&] { f.grupos(curto, saida); }), "Erro inesperado");
+  EXPECT_EQ(teste::mensagemDe([&] { f.grupos(curto, saida); }), "Erro inesperado");
 }
 
 // ---------------------------------------------------------------- rows
@@ -278,7 +270,7 @@ class OpcaoInvalida : public testing::TestWithParam<CasoErro> {};
 
 TEST_P(OpcaoInvalida, StopsWithAClearMessage) {
   const CasoErro& c = GetParam();
-  EXPECT_EQ(mensagemDe([&] { Forapro(c.nrad, c.ncir, c.raio, true, true, true); }), c.mensagem);
+  EXPECT_EQ(teste::mensagemDe([&] { Forapro(c.nrad, c.ncir, c.raio, true, true, true); }), c.mensagem);
 }
 
 INSTANTIATE_TEST_SUITE_P(

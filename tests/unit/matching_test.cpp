@@ -136,8 +136,6 @@ TEST(Ratio, Guards) {
       {[&] { acRateTest(Listas{}, s, 'x', 0.5); }, "Erro: ordem invalida"},
       {[&] { acRateTest(kSete, s, 'r', 1.5); }, "Erro acRate invalido"},
       {[&] { acRateTest(kSete, s, 'r', -0.5); }, "Erro acRate invalido"},
-      {[&] { acRateTest(Listas{{cv::DMatch()}}, s, 'r', 0.5); }, "Erro acRateTest inesperado"},
-      {[&] { ratioTest(Listas{{}}, s, 'r', 0.5); }, "Erro acRateTest inesperado"},
       {[&] { selecionaRatio(kSete, modoEstranho); }, "Erro: modo invalido"},
       {[&] { casaNN(cv::Mat(), cv::Mat(), static_cast<Busca>(9)); }, "Erro modoMatch desconhecido"},
       {[&] { casa2NN(cv::Mat(), cv::Mat(), static_cast<Busca>(9)); }, "Erro: modoMatch invalido"},

@@ -1,5 +1,6 @@
 #include "descriptors/riff.hpp"
 #include "support/erro.hpp"
+#include "tests/common/erros.hpp"
 #include "tests/common/sinteticas.hpp"
 
 #include <gtest/gtest.h>
@@ -10,15 +11,6 @@
 #include <string>
 
 namespace {
-
-std::string mensagemDe(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const tvm::Erro& e) {
-    return e.what();
-  }
-  return "<nenhum erro>";
-}
 
 std::vector<cv::KeyPoint> keypointsVariados(int n) {
   std::vector<cv::KeyPoint> kps;
@@ -201,8 +193,8 @@ TEST(Riff, Erros) {
        },
        "Erro: keypoint 1 com tamanho ou posicao invalida"},
   };
-  for (const Caso& caso : casos) EXPECT_EQ(mensagemDe(caso.f), caso.mensagem) << caso.nome;
-  EXPECT_EQ(mensagemDe([] { RIFF(1000, 1); }), "<nenhum erro>");
+  for (const Caso& caso : casos) EXPECT_EQ(teste::mensagemDe(caso.f), caso.mensagem) << caso.nome;
+  EXPECT_EQ(teste::mensagemDe([] { RIFF(1000, 1); }), "(sem erro)");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include "descriptors/rihog.hpp"
 #include "descriptors/ruhog.hpp"
 #include "support/erro.hpp"
+#include "tests/common/erros.hpp"
 #include "tests/common/sinteticas.hpp"
 
 #include <gtest/gtest.h>
@@ -15,15 +16,6 @@
 #include <vector>
 
 namespace {
-
-std::string mensagemDe(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const tvm::Erro& e) {
-    return e.what();
-  }
-  return "<nenhum erro>";
-}
 
 // Table entry at (x right, y up) from the patch centre.
 cv::Vec2f entrada(const HogAneis& h, int x, int y) {
@@ -161,8 +153,8 @@ TEST(Quantiza, AnglesOutsideTheCircleStopNamingTheDescriptor) {
   const RIHOG ri;
   const RUHOG ru;
   for (double a : {-0.001, 360.0, std::nan("")}) {
-    EXPECT_EQ(mensagemDe([&] { ri.quantiza(a); }), "Erro RIHOG:quantiza-1 fora de 0 a 360") << a;
-    EXPECT_EQ(mensagemDe([&] { ru.quantiza(a); }), "Erro RUHOG:quantiza-1 fora de 0 a 360") << a;
+    EXPECT_EQ(teste::mensagemDe([&] { ri.quantiza(a); }), "Erro RIHOG:quantiza-1 fora de 0 a 360") << a;
+    EXPECT_EQ(teste::mensagemDe([&] { ru.quantiza(a); }), "Erro RUHOG:quantiza-1 fora de 0 a 360") << a;
   }
 }
 
@@ -318,7 +310,7 @@ class OpcaoInvalida : public testing::TestWithParam<CasoErro> {};
 
 TEST_P(OpcaoInvalida, StopsWithAClearMessage) {
   const CasoErro& c = GetParam();
-  EXPECT_EQ(mensagemDe([&] { cria(c.ruhog, c.o); }), c.mensagem);
+  EXPECT_EQ(teste::mensagemDe([&] { cria(c.ruhog, c.o); }), c.mensagem);
 }
 
 INSTANTIATE_TEST_SUITE_P(

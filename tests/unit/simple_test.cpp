@@ -1,5 +1,6 @@
 #include "descriptors/simple.hpp"
 #include "support/erro.hpp"
+#include "tests/common/erros.hpp"
 #include "tests/common/sinteticas.hpp"
 
 #include <gtest/gtest.h>
@@ -11,15 +12,6 @@
 #include <string>
 
 namespace {
-
-std::string mensagemDe(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const tvm::Erro& e) {
-    return e.what();
-  }
-  return "<nenhum erro>";
-}
 
 // Keypoints well inside a 160 x 160 image, with varied sizes and angles.
 std::vector<cv::KeyPoint> keypointsInternos() {
@@ -95,9 +87,9 @@ TEST(Simple, ErrosDeConstrucao) {
       {'c', 90, 11, "Erro: camadas fora da faixa 0 a 89: 90"},
   };
   for (const Caso& caso : casos)
-    EXPECT_EQ(mensagemDe([&] { SIMPLE(caso.modo, caso.c, caso.dgauss); }), caso.mensagem)
+    EXPECT_EQ(teste::mensagemDe([&] { SIMPLE(caso.modo, caso.c, caso.dgauss); }), caso.mensagem)
         << caso.modo << " c=" << caso.c << " dgauss=" << caso.dgauss;
-  EXPECT_EQ(mensagemDe([] { SIMPLE('c', 6, 1); }), "<nenhum erro>");
+  EXPECT_EQ(teste::mensagemDe([] { SIMPLE('c', 6, 1); }), "(sem erro)");
 }
 
 TEST(Simple, LinhasNormalizadas) {
@@ -129,7 +121,7 @@ TEST(Simple, RegiaoPlanaOuUmSoValorParaORun) {
   };
   for (const Caso& caso : casos) {
     cv::Mat d;
-    EXPECT_EQ(mensagemDe([&] { SIMPLE(caso.modo, caso.c, 11).compute(caso.img, keypointsInternos(), d); }),
+    EXPECT_EQ(teste::mensagemDe([&] { SIMPLE(caso.modo, caso.c, 11).compute(caso.img, keypointsInternos(), d); }),
               "Erro: Desvio<epsilon")
         << caso.nome;
   }
@@ -202,7 +194,7 @@ TEST(Simple, KeypointQueNaoSePodePosicionar) {
     kps.insert(kps.begin() + 3, ruim);
     for (char modo : {'c', 'i'}) {
       cv::Mat d;
-      EXPECT_EQ(mensagemDe([&] { SIMPLE(modo, 6, 11).compute(img, kps, d); }),
+      EXPECT_EQ(teste::mensagemDe([&] { SIMPLE(modo, 6, 11).compute(img, kps, d); }),
                 "Erro: keypoint 3 com tamanho ou posicao invalida")
           << modo << " size=" << ruim.size << " x=" << ruim.pt.x << " y=" << ruim.pt.y;
     }
