@@ -42,13 +42,7 @@ void prepara(const PastaTemp& pasta, const std::vector<double>& distancias) {
 
 const std::vector<double> kErradoCertoCertoErrado = {40, 3, 3, 40};
 
-std::vector<cv::Point> pixelsDaCor(const cv::Mat_<cv::Vec3b>& img, cv::Vec3b cor) {
-  std::vector<cv::Point> pts;
-  for (int r = 0; r < img.rows; ++r)
-    for (int c = 0; c < img.cols; ++c)
-      if (img(r, c) == cor) pts.emplace_back(c, r);
-  return pts;
-}
+using teste::pixelsDaCor;
 
 cv::Mat_<cv::Vec3b> leCor(const std::string& arquivo) { return cv::imread(arquivo, cv::IMREAD_COLOR); }
 

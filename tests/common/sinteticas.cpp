@@ -56,6 +56,20 @@ cv::Matx33d gira(const cv::Mat_<uchar>& img, double graus, cv::Mat_<uchar>& gira
   return H;
 }
 
+cv::Mat leCinzaDeDados(const std::string& nome) {
+  cv::Mat img = cv::imread(std::string(QUIVELAR_DATA) + "/" + nome, cv::IMREAD_GRAYSCALE);
+  if (img.empty()) throw std::runtime_error("nao leu " + nome);
+  return img;
+}
+
+std::vector<cv::Point> pixelsDaCor(const cv::Mat_<cv::Vec3b>& img, cv::Vec3b cor) {
+  std::vector<cv::Point> pts;
+  for (int r = 0; r < img.rows; ++r)
+    for (int c = 0; c < img.cols; ++c)
+      if (img(r, c) == cor) pts.emplace_back(c, r);
+  return pts;
+}
+
 void salva(const cv::Mat& img, const std::string& arquivo) {
   if (!cv::imwrite(arquivo, img)) throw std::runtime_error("nao gravou " + arquivo);
 }

@@ -5,6 +5,7 @@
 #include <opencv2/core.hpp>
 
 #include <string>
+#include <vector>
 
 namespace teste {
 
@@ -21,6 +22,11 @@ cv::Mat_<uchar> uniforme(int rows, int cols, uchar nivel);
 // Rotates `img` by `graus` counter-clockwise about its centre (the same size,
 // borders replicated); returns the 3x3 transform from img to the result.
 cv::Matx33d gira(const cv::Mat_<uchar>& img, double graus, cv::Mat_<uchar>& girada);
+
+// A grey image of data/ (the bundled graf views), read by OpenCV.
+cv::Mat leCinzaDeDados(const std::string& nome);
+// Where `img` has exactly colour `cor`, as (column, row) points.
+std::vector<cv::Point> pixelsDaCor(const cv::Mat_<cv::Vec3b>& img, cv::Vec3b cor);
 
 void salva(const cv::Mat& img, const std::string& arquivo);
 // Writes a 3x3 transform file, one row per line.

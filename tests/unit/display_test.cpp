@@ -23,13 +23,7 @@ const cv::Vec3b kVerde(0, 255, 0);
 const cv::Vec3b kBranco(255, 255, 255);
 const cv::Vec3b kPreto(0, 0, 0);
 
-std::vector<cv::Point> pixelsDaCor(const cv::Mat_<cv::Vec3b>& img, cv::Vec3b cor) {
-  std::vector<cv::Point> pts;
-  for (int r = 0; r < img.rows; ++r)
-    for (int c = 0; c < img.cols; ++c)
-      if (img(r, c) == cor) pts.emplace_back(c, r);
-  return pts;
-}
+using teste::pixelsDaCor;
 
 // Pixels whose three channels differ: marks on a grey image.
 int coloridos(const cv::Mat_<cv::Vec3b>& img) {

@@ -4,6 +4,7 @@
 #include "support/erro.hpp"
 #include "support/texto.hpp"
 #include "tests/common/erros.hpp"
+#include "tests/common/sinteticas.hpp"
 #include "tests/common/pasta_temp.hpp"
 
 #include <gtest/gtest.h>
@@ -30,13 +31,7 @@ std::vector<bool> flags(const std::string& texto) {
   return v;
 }
 
-std::vector<cv::Point> pixelsDaCor(const cv::Mat_<cv::Vec3b>& img, cv::Vec3b cor) {
-  std::vector<cv::Point> pts;
-  for (int r = 0; r < img.rows; ++r)
-    for (int c = 0; c < img.cols; ++c)
-      if (img(r, c) == cor) pts.emplace_back(c, r);
-  return pts;
-}
+using teste::pixelsDaCor;
 
 // ---- confusion counts and ROC points ---------------------------------------
 

@@ -19,11 +19,7 @@ namespace {
 const std::string kDados = QUIVELAR_DATA;
 const std::string kReferencia = kDados + "/../tests/data/reference/";
 
-cv::Mat leCinza(const std::string& nome) {
-  cv::Mat img = cv::imread(kDados + "/" + nome, cv::IMREAD_GRAYSCALE);
-  if (img.empty()) throw std::runtime_error("nao leu " + nome);
-  return img;
-}
+cv::Mat leCinza(const std::string& nome) { return teste::leCinzaDeDados(nome); }
 
 double fracaoAchada(const std::vector<cv::KeyPoint>& a, const std::vector<cv::KeyPoint>& b) {
   int n = 0;

@@ -20,11 +20,7 @@ namespace {
 const std::string kDados = QUIVELAR_DATA;
 const std::string kReferencia = kDados + "/../tests/data/reference/";
 
-cv::Mat leCinza(const std::string& nome) {
-  cv::Mat img = cv::imread(kDados + "/" + nome, cv::IMREAD_GRAYSCALE);
-  if (img.empty()) throw std::runtime_error("nao leu " + nome);
-  return img;
-}
+cv::Mat leCinza(const std::string& nome) { return teste::leCinzaDeDados(nome); }
 
 void leReferencia(const std::string& nome, std::vector<cv::KeyPoint>& kps, cv::Mat* desc = nullptr) {
   cv::FileStorage fs(kReferencia + nome, cv::FileStorage::READ);
