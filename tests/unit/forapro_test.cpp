@@ -2,6 +2,7 @@
 // invariance and the option guards.
 #include "descriptors/forapro.hpp"
 #include "support/erro.hpp"
+#include "tests/common/descritores.hpp"
 #include "tests/common/erros.hpp"
 #include "tests/common/sinteticas.hpp"
 
@@ -42,12 +43,6 @@ TEST_P(Tamanho, RowHoldsTheEnabledGroups) {
   EXPECT_EQ(f.descriptorSize(), c.comprimento);
   EXPECT_EQ(f.kernels().size[0], c.nrad + c.ncir);
   EXPECT_EQ(f.kernels().size[1], 2 * c.raio + 1);
-  cv::Mat d;
-  f.compute(teste::textura(80, 80, 4), {cv::KeyPoint(40, 40, 20), cv::KeyPoint(20, 30, 9), cv::KeyPoint(60, 50, 33)},
-            d);
-  EXPECT_EQ(d.rows, 3);
-  EXPECT_EQ(d.cols, c.comprimento);
-  EXPECT_EQ(d.type(), CV_32F);
 }
 
 INSTANTIATE_TEST_SUITE_P(Forapro, Tamanho,
@@ -197,37 +192,17 @@ TEST(Linhas, BlackPatchGivesZeroGroups) {
   EXPECT_EQ(cv::countNonZero(d), 0);
 }
 
-TEST(Linhas, ExtremeKeypointsGiveFiniteRows) {
-  const Forapro f(4, 4, 12, true, true, true);
-  cv::Mat d;
-  f.compute(teste::textura(64, 64, 13),
-            {cv::KeyPoint(32, 32, 1e-20f), cv::KeyPoint(32, 32, 1e30f), cv::KeyPoint(-1e6f, 5e5f, 10),
-             cv::KeyPoint(63.9f, 0, 0.5f), cv::KeyPoint(1e9f, -1e9f, 1e-3f)},
-            d);
-  ASSERT_EQ(d.rows, 5);
-  EXPECT_TRUE(cv::checkRange(d));
-}
-
 double distanciaAngular(double a, double b) {
   const double d = std::fmod(std::fabs(a - b), doisPi);
   return std::min(d, doisPi - d);
 }
 
 TEST(Linhas, NinetyDegreeRotationBarelyChangesTheRow) {
-  const int lado = 201;
-  const cv::Mat_<uchar> img = teste::textura(lado, lado, 21);
-  cv::Mat_<uchar> girada;
-  cv::rotate(img, girada, cv::ROTATE_90_COUNTERCLOCKWISE);  // (x, y) -> (y, lado - 1 - x)
-  const std::vector<cv::Point> pontos = {{100, 100}, {70, 120}, {130, 80}, {90, 60}};
-  std::vector<cv::KeyPoint> k1, k2;
-  for (const cv::Point& p : pontos) {
-    k1.emplace_back(cv::Point2f(p.x, p.y), 40.0f);
-    k2.emplace_back(cv::Point2f(p.y, lado - 1 - p.x), 40.0f);
-  }
+  const teste::QuartoDeVolta q = teste::quartoDeVolta(40.0f);
   const Forapro f;
   cv::Mat d1, d2;
-  f.compute(img, k1, d1);
-  f.compute(girada, k2, d2);
+  f.compute(q.img, q.k1, d1);
+  f.compute(q.girada, q.k2, d2);
   for (int i = 0; i < d1.rows; ++i) {
     for (int k = 0; k < 3; ++k)
       EXPECT_LT(distanciaAngular(d1.at<float>(i, k), d2.at<float>(i, k)), 0.05) << "keypoint " << i << " fase " << k;
@@ -239,46 +214,29 @@ TEST(Linhas, NinetyDegreeRotationBarelyChangesTheRow) {
   }
 }
 
-TEST(Linhas, SameRowsWhateverTheThreadCount) {
-  const Forapro f;
-  const cv::Mat_<uchar> img = teste::textura(200, 200, 8);
+TEST(Linhas, SameRowsWhateverTheThreadCountAndFiniteOnExtremeKeypoints) {
   std::vector<cv::KeyPoint> kps;
   for (int y = 10; y < 200; y += 12)
     for (int x = 10; x < 200; x += 12) kps.emplace_back(cv::Point2f(x, y), 15.0f + (x + y) % 40);
-  cv::Mat serial, paralelo;
-  const int threads = cv::getNumThreads();
-  cv::setNumThreads(1);
-  f.compute(img, kps, serial);
-  cv::setNumThreads(threads);
-  f.compute(img, kps, paralelo);
-  ASSERT_EQ(serial.size(), paralelo.size());
-  EXPECT_EQ(cv::norm(serial, paralelo, cv::NORM_INF), 0.0);
-  cv::Mat uma(1, f.descriptorSize(), CV_32F);
-  f.computeOne(img, kps[5], uma);
-  EXPECT_EQ(cv::norm(uma, serial.row(5), cv::NORM_INF), 0.0);
+  teste::mesmasLinhasComThreads(Forapro(), teste::textura(200, 200, 8), kps);
+  teste::linhasFinitasEmKeypointsExtremos(Forapro(4, 4, 12, true, true, true));
 }
 
 // ---------------------------------------------------------------- guards
 
-struct CasoErro {
-  const char* nome;
-  int nrad, ncir, raio;
-  std::string mensagem;
-};
-
-class OpcaoInvalida : public testing::TestWithParam<CasoErro> {};
-
-TEST_P(OpcaoInvalida, StopsWithAClearMessage) {
-  const CasoErro& c = GetParam();
-  EXPECT_EQ(teste::mensagemDe([&] { Forapro(c.nrad, c.ncir, c.raio, true, true, true); }), c.mensagem);
+TEST(OpcaoInvalida, StopsWithAClearMessage) {
+  struct Caso {
+    int nrad, ncir, raio;
+    std::string mensagem;
+  };
+  const Caso casos[] = {
+      {0, 4, 40, "Erro: nrad deve ser positivo: 0"},
+      {4, -1, 40, "Erro: ncir nao pode ser negativo: -1"},
+      {4, 4, -3, "Erro: raio nao pode ser negativo: -3"},
+      {4, 4, 5000, "Erro: kernels grandes demais: nrad=4 ncir=4 raio=5000"},
+  };
+  for (const Caso& c : casos)
+    EXPECT_EQ(teste::mensagemDe([&] { Forapro(c.nrad, c.ncir, c.raio, true, true, true); }), c.mensagem);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Forapro, OpcaoInvalida,
-    testing::Values(CasoErro{"nrad_zero", 0, 4, 40, "Erro: nrad deve ser positivo: 0"},
-                    CasoErro{"ncir_negativo", 4, -1, 40, "Erro: ncir nao pode ser negativo: -1"},
-                    CasoErro{"raio_negativo", 4, 4, -3, "Erro: raio nao pode ser negativo: -3"},
-                    CasoErro{"kernels_grandes", 4, 4, 5000, "Erro: kernels grandes demais: nrad=4 ncir=4 raio=5000"}),
-    [](const testing::TestParamInfo<CasoErro>& i) { return std::string(i.param.nome); });
 
 }  // namespace

@@ -54,36 +54,28 @@ TEST_P(Stores, KeypointsAndDescriptorsRoundTrip) {
   EXPECT_EQ(pasta.conteudo().size(), 1u);  // no temporary left beside it
 }
 
-TEST_P(Stores, EmptyStoresAreValid) {
+TEST_P(Stores, EmptyKeypointOnlyAndNestedStores) {
   teste::PastaTemp pasta;
-  const std::string arquivo = pasta / (std::string("vazio.") + GetParam());
-  formats::impDescritores(arquivo, {}, cv::Mat());
+  const std::string vazio = pasta / (std::string("vazio.") + GetParam());
+  formats::impDescritores(vazio, {}, cv::Mat());
   std::vector<cv::KeyPoint> lidos = algunsKeyPoints();
   cv::Mat lidas = cv::Mat::ones(2, 2, CV_32F);
-  formats::leDescritores(arquivo, lidos, lidas);
+  formats::leDescritores(vazio, lidos, lidas);
   EXPECT_TRUE(lidos.empty());
   EXPECT_TRUE(lidas.empty());
-}
-
-TEST_P(Stores, KeypointStoreReadAsDescriptorStoreHasNoMatrix) {
-  teste::PastaTemp pasta;
-  const std::string arquivo = pasta / (std::string("k.") + GetParam());
-  formats::impKeyPoints(arquivo, algunsKeyPoints());
-  std::vector<cv::KeyPoint> lidos;
-  cv::Mat lidas;
-  formats::leDescritores(arquivo, lidos, lidas);
+  // A keypoint store read as a descriptor store: keypoints, no matrix.
+  const std::string k = pasta / (std::string("k.") + GetParam());
+  formats::impKeyPoints(k, algunsKeyPoints());
+  lidas = cv::Mat::ones(2, 2, CV_32F);
+  formats::leDescritores(k, lidos, lidas);
   EXPECT_EQ(lidos.size(), 3u);
   EXPECT_TRUE(lidas.empty());
-}
-
-TEST_P(Stores, ReadsTheNestedLayoutToo) {
-  teste::PastaTemp pasta;
-  const std::string arquivo = pasta / (std::string("n.") + GetParam());
+  const std::string n = pasta / (std::string("n.") + GetParam());
   {
-    cv::FileStorage fs(arquivo, cv::FileStorage::WRITE);
+    cv::FileStorage fs(n, cv::FileStorage::WRITE);
     cv::write(fs, "keypoints", algunsKeyPoints());  // OpenCV 4's own layout
   }
-  esperaIguais(formats::leKeyPoints(arquivo), algunsKeyPoints());
+  esperaIguais(formats::leKeyPoints(n), algunsKeyPoints());
 }
 
 INSTANTIATE_TEST_SUITE_P(Formatos, Stores, testing::Values("xml", "yml", "yaml", "xml.gz", "yml.gz"),
@@ -111,7 +103,6 @@ TEST(Stores, BadStoresStopWithTheFileNamed) {
   teste::escreveTexto(pasta / "texto.yml", "%YAML:1.0\n---\nkeypoints: [ 1, 2, 3, 4, 5, abc, 7 ]\n");
   teste::escreveTexto(pasta / "nan.yml", "%YAML:1.0\n---\nkeypoints: [ .nan, 2, 3, 4, 5, 6, 7 ]\n");
   teste::escreveTexto(pasta / "lixo.xml", "<?xml version=\"1.0\"?>\n<opencv_storage><keypoints>1 2</opencv");
-  teste::escreveTexto(pasta / "vazio.xml", "");
   // A damaged row count must be refused, not allocated.
   teste::escreveTexto(pasta / "linhas.yml",
                       "%YAML:1.0\n---\ndescriptors: !!opencv-matrix\n   rows:`1\n   cols: 2\n   dt: f\n"
@@ -124,7 +115,6 @@ TEST(Stores, BadStoresStopWithTheFileNamed) {
       {"texto.yml", "Erro: keypoints malformados em "},
       {"nan.yml", "Erro: valor nao finito nos keypoints de "},
       {"lixo.xml", "Erro abertura arquivo "},
-      {"vazio.xml", "Erro abertura arquivo "},
       {"falta.xml", "Erro abertura arquivo "},
   };
   for (const auto& c : casos)
@@ -150,7 +140,6 @@ TEST(MatchFile, ExactLayout) {
             std::string("1 15\n") + kCabecalho +
                 "2.500000e-01  1.500000e+00 2.000000e+00 3.000000e+00 4.000000e+00 5.000000e+00 6 -7  "
                 "1.000000e+01 2.000000e+01 3.000000e+01 -4.000000e+01 5.000000e-01 1 2\n");
-  EXPECT_EQ(std::string(kCabecalho).size(), 147u);
 }
 
 TEST(MatchFile, RoundTripPointsEveryMatchAtItsOwnIndex) {
@@ -173,27 +162,15 @@ TEST(MatchFile, RoundTripPointsEveryMatchAtItsOwnIndex) {
   esperaIguais(k2, {kps[0], kps[1], kps[2]}, 1e-6f);
 }
 
-TEST(MatchFile, SelectionWritesOnlyTheChosenInOrder) {
+TEST(MatchFile, WriterGuardsLeaveNoFile) {
   teste::PastaTemp pasta;
   const std::vector<cv::KeyPoint> kps = algunsKeyPoints();
   const std::vector<cv::DMatch> matches = {cv::DMatch(0, 0, 1), cv::DMatch(1, 1, 2), cv::DMatch(2, 2, 3)};
-  formats::impMatch(matches, kps, kps, pasta / "m.txt", {true, false, true});
-  std::vector<cv::DMatch> lidos;
-  std::vector<cv::KeyPoint> k1, k2;
-  formats::leMatch(lidos, k1, k2, pasta / "m.txt");
-  ASSERT_EQ(lidos.size(), 2u);
-  EXPECT_EQ(lidos[1].distance, 3.0f);
-  EXPECT_EQ(teste::leTexto(pasta / "m.txt").substr(0, 5), "2 15\n");
-
-  formats::impMatch({}, kps, kps, pasta / "vazio.txt");
-  EXPECT_EQ(teste::leTexto(pasta / "vazio.txt"), std::string("0 15\n") + kCabecalho);
-
   EXPECT_EQ(teste::mensagemDe([&] { formats::impMatch(matches, kps, kps, pasta / "x.txt", {true}); }),
             "Erro: impMatch: vet.size()!=matches.size()");
   EXPECT_EQ(teste::mensagemDe([&] { formats::impMatch({cv::DMatch(0, 3, 1)}, kps, kps, pasta / "x.txt"); }),
             "Erro: impMatch: indice de keypoint fora do intervalo");
-  EXPECT_FALSE(teste::leTexto(pasta / "m.txt").empty());
-  EXPECT_EQ(pasta.conteudo(), (std::vector<std::string>{"m.txt", "vazio.txt"}));
+  EXPECT_TRUE(pasta.conteudo().empty());
 }
 
 TEST(MatchFile, BadFilesStopBeforeAnyHugeAllocation) {
@@ -209,7 +186,6 @@ TEST(MatchFile, BadFilesStopBeforeAnyHugeAllocation) {
       {"absurdo", "2000000000 15\n" + linha, "Erro: arquivo de casamentos truncado ou invalido "},
       {"grande", "99999999999999 15\n", "Erro: linha de contagem invalida em "},
       {"curto", "2 15\n" + linha + "1 2 3\n", "Erro: arquivo de casamentos truncado ou invalido "},
-      {"lixo", "\x7f" "ELF\x01\x02", "Erro: linha de contagem invalida em "},
       {"vazio", "", "Erro: linha de contagem invalida em "},
       {"nan", "1 15\nnan 2 3 4 5 6 7 8 9 10 11 12 13 14 15\n", "Erro: arquivo de casamentos truncado ou invalido "},
       {"octavereal", "1 15\n1 2 3 4 5 6 7.5 8 9 10 11 12 13 14 15\n",

@@ -1,5 +1,6 @@
 #include "descriptors/riff.hpp"
 #include "support/erro.hpp"
+#include "tests/common/descritores.hpp"
 #include "tests/common/erros.hpp"
 #include "tests/common/sinteticas.hpp"
 
@@ -155,15 +156,7 @@ TEST(Riff, IgnoraOAnguloDoKeypoint) {
 }
 
 TEST(Riff, IgualComUmOuVariosThreads) {
-  const cv::Mat_<uchar> img = teste::textura(160, 160, 9);
-  const RIFF riff;
-  const int antes = cv::getNumThreads();
-  cv::Mat um, varios;
-  cv::setNumThreads(1);
-  riff.compute(img, keypointsVariados(80), um);
-  cv::setNumThreads(antes);
-  riff.compute(img, keypointsVariados(80), varios);
-  EXPECT_EQ(cv::norm(um, varios, cv::NORM_INF), 0.0);
+  teste::mesmasLinhasComThreads(RIFF(), teste::textura(160, 160, 9), keypointsVariados(80));
 }
 
 TEST(Riff, Erros) {

@@ -135,41 +135,12 @@ TEST(Surf, CruzSimetricaDaCincoKeypoints) {
   for (float r : outros) EXPECT_NEAR(r, outros[0], 1e-6 * outros[0]);
 }
 
-TEST(Surf, CamposDosKeypoints) {
-  const cv::Mat img = teste::discos(240, 320, 7);
-  for (bool upright : {false, true}) {
-    std::vector<cv::KeyPoint> kps;
-    features::SURF(300, 4, 3, false, upright).detect(img, kps);
-    ASSERT_FALSE(kps.empty());
-    for (size_t i = 0; i < kps.size(); ++i) {
-      const cv::KeyPoint& k = kps[i];
-      EXPECT_EQ(k.size, std::round(k.size));
-      EXPECT_GE(k.angle, 0.0f);
-      EXPECT_LT(k.angle, 360.0f);
-      if (upright) {
-        EXPECT_EQ(k.angle, 270.0f);
-      }
-      EXPECT_GT(k.response, 300.0f);
-      EXPECT_TRUE(k.class_id == 1 || k.class_id == -1);
-      EXPECT_TRUE(k.octave >= 0 && k.octave < 4);
-      if (i > 0) {
-        EXPECT_LE(k.response, kps[i - 1].response);
-      }
-    }
-  }
-  // Dark discs on a bright ground: a positive trace, class 1, dominates.
-  std::vector<cv::KeyPoint> kps;
-  features::SURF(300).detect(img, kps);
-  int escuros = 0;
-  for (const cv::KeyPoint& k : kps) escuros += k.class_id == 1;
-  EXPECT_GT(escuros, int(kps.size()) / 2);
-}
-
 TEST(Surf, MascaraEImagemColorida) {
   const cv::Mat img = teste::textura(200, 260, 3);
   const features::SURF surf;
   std::vector<cv::KeyPoint> todos, metade, cor;
   surf.detect(img, todos);
+  for (size_t i = 1; i < todos.size(); ++i) EXPECT_LE(todos[i].response, todos[i - 1].response);
   cv::Mat mascara(img.size(), CV_8U, cv::Scalar(0));
   mascara(cv::Rect(0, 0, img.cols / 2, img.rows)).setTo(255);
   surf.detect(img, metade, mascara);
@@ -259,74 +230,66 @@ cv::Matx33d rotacao(cv::Size tam, double graus) {
   return H;
 }
 
-// Keypoints of image 1 mapped exactly into image 2, class_id = pair index.
-void descreveParesExatos(const features::SURF& surf, const cv::Mat& img1, const cv::Mat& img2,
-                         const cv::Matx33d& H, double& acerto) {
+struct Medida {
+  double repeticao, angulo, acerto;
+};
+
+// Repeatability and angle agreement of the detector between img and its
+// transform by H; nearest-neighbour hit rate of the descriptor on img's
+// keypoints mapped exactly through H.
+Medida mede(const cv::Mat& img, const cv::Matx33d& H, cv::Size tam) {
+  const features::SURF surf;
+  const cv::Mat outra = transforma(img, H, tam);
   std::vector<cv::KeyPoint> k1, k2;
-  surf.detect(img1, k1);
+  surf.detect(img, k1);
+  surf.detect(outra, k2);
+  const features::Repeticao r = features::repeticao(k1, img.size(), k2, tam, H, true);
+  k2.clear();
   for (size_t i = 0; i < k1.size(); ++i) {
     k1[i].class_id = int(i);
     k2.push_back(features::mapeia(k1[i], H));
   }
   cv::Mat d1, d2;
-  surf.compute(img1, k1, d1);
-  surf.compute(img2, k2, d2);
-  acerto = features::acertoVizinho(k1, d1, k2, d2);
+  surf.compute(img, k1, d1);
+  surf.compute(outra, k2, d2);
+  const Medida m{r.razao(), r.razaoAngulo(), features::acertoVizinho(k1, d1, k2, d2)};
+  std::printf("repeticao %.3f angulo %.3f descritor %.3f\n", m.repeticao, m.angulo, m.acerto);
+  return m;
 }
 
 TEST(SurfInvariancia, Rotacao) {
   const cv::Mat img = imagemReduzida();
-  const features::SURF surf;
-  std::vector<cv::KeyPoint> k1;
-  surf.detect(img, k1);
   for (int graus = 0; graus < 360; graus += 15) {
-    const cv::Matx33d H = rotacao(img.size(), graus);
-    const cv::Mat girada = transforma(img, H, img.size());
-    std::vector<cv::KeyPoint> k2;
-    surf.detect(girada, k2);
-    const features::Repeticao r = features::repeticao(k1, img.size(), k2, girada.size(), H, true);
-    double acerto;
-    descreveParesExatos(surf, img, girada, H, acerto);
-    std::printf("rotacao %3d: repeticao %.3f angulo %.3f descritor %.3f\n", graus, r.razao(), r.razaoAngulo(), acerto);
-    EXPECT_GE(r.razao(), 0.40) << graus;
+    const Medida m = mede(img, rotacao(img.size(), graus), img.size());
+    EXPECT_GE(m.repeticao, 0.40) << graus;
     // OpenCV's own tests ask 0.76 and 0.83 of its SURF on a smoother image.
     // On graf the Haar orientation has two near-equal peaks often enough
     // that ours, which reproduces OpenCV's, measures 0.73-0.84 and 0.74-0.83
     // here (and 0.98 with the true angle given): these floors catch
     // regressions.
-    EXPECT_GE(r.razaoAngulo(), 0.70) << graus;
-    EXPECT_GE(acerto, 0.70) << graus;
+    EXPECT_GE(m.angulo, 0.70) << graus;
+    EXPECT_GE(m.acerto, 0.70) << graus;
     if (graus % 90 == 0) {
       // Quarter turns move pixels exactly: only the grid's rounding differs.
-      EXPECT_GE(r.razaoAngulo(), 0.95) << graus;
-      EXPECT_GE(acerto, 0.93) << graus;
+      EXPECT_GE(m.angulo, 0.95) << graus;
+      EXPECT_GE(m.acerto, 0.93) << graus;
     }
   }
 }
 
 TEST(SurfInvariancia, Escala) {
   const cv::Mat img = imagemReduzida();
-  const features::SURF surf;
-  std::vector<cv::KeyPoint> k1;
-  surf.detect(img, k1);
   for (double f : {1.5, 2.0, 2.5}) {
-    const cv::Matx33d H(f, 0, 0, 0, f, 0, 0, 0, 1);
-    const cv::Size tam(cvRound(img.cols * f), cvRound(img.rows * f));
-    const cv::Mat maior = transforma(img, H, tam);
-    std::vector<cv::KeyPoint> k2;
-    surf.detect(maior, k2);
-    const features::Repeticao r = features::repeticao(k1, img.size(), k2, tam, H, true);
-    double acerto;
-    descreveParesExatos(surf, img, maior, H, acerto);
-    std::printf("escala %.1f: repeticao %.3f angulo %.3f descritor %.3f\n", f, r.razao(), r.razaoAngulo(), acerto);
-    EXPECT_GE(r.razao(), 0.64) << f;
-    EXPECT_GE(r.razaoAngulo(), 0.84) << f;
-    EXPECT_GE(acerto, 0.70) << f;
+    const Medida m =
+        mede(img, cv::Matx33d(f, 0, 0, 0, f, 0, 0, 0, 1), cv::Size(cvRound(img.cols * f), cvRound(img.rows * f)));
+    EXPECT_GE(m.repeticao, 0.64) << f;
+    EXPECT_GE(m.angulo, 0.84) << f;
+    EXPECT_GE(m.acerto, 0.70) << f;
   }
 }
 
-// Two views of graf 20 degrees apart: detect, describe, nearest neighbour,
-// correct within 15 px of the true position; SIFT runs the same chain.
+// The whole chain on two real views (20 degrees of viewpoint): SURF must
+// reach at least 0.8 of SIFT's share of right 1-NN matches.
 double taxaVistasReais(const std::function<void(const cv::Mat&, std::vector<cv::KeyPoint>&, cv::Mat&)>& cadeia) {
   const cv::Mat a = leCinza("img1.png"), b = leCinza("img2.png");
   cv::Matx33d H;
