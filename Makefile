@@ -38,7 +38,10 @@ test-fuzz: fuzz-build
 fuzz: deps fuzz-build
 	scripts/fuzz $(FUZZ_SECONDS)
 
-demo: deps build
+# The demo needs only the program and its plug-ins, not the tests.
+demo: deps
+	@cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
+	@cmake --build build -j $(JOBS) --target quivelar
 	scripts/demo
 
 bench: deps
