@@ -14,13 +14,7 @@
 
 namespace {
 
-cv::Matx33d rotacao(cv::Size tam, double graus) {
-  const cv::Mat A = cv::getRotationMatrix2D(cv::Point2f((tam.width - 1) * 0.5f, (tam.height - 1) * 0.5f), graus, 1);
-  cv::Matx33d H = cv::Matx33d::eye();
-  for (int r = 0; r < 2; ++r)
-    for (int c = 0; c < 3; ++c) H(r, c) = A.at<double>(r, c);
-  return H;
-}
+using features::rotacao;
 
 struct Pior {
   double repeticao = 1, angulo = 1, descritor = 1;

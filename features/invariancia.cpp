@@ -1,5 +1,7 @@
 #include "features/invariancia.hpp"
 
+#include <opencv2/imgproc.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -90,6 +92,14 @@ double acertoVizinho(const std::vector<cv::KeyPoint>& kps1, const cv::Mat& d1, c
     if (qual >= 0 && kps1[qual].class_id == kps2[i].class_id) ++certos;
   }
   return double(certos) / d2.rows;
+}
+
+cv::Matx33d rotacao(cv::Size tam, double graus) {
+  const cv::Mat A = cv::getRotationMatrix2D(cv::Point2f((tam.width - 1) * 0.5f, (tam.height - 1) * 0.5f), graus, 1);
+  cv::Matx33d H = cv::Matx33d::eye();
+  for (int r = 0; r < 2; ++r)
+    for (int c = 0; c < 3; ++c) H(r, c) = A.at<double>(r, c);
+  return H;
 }
 
 }  // namespace features

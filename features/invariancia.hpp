@@ -28,6 +28,10 @@ double sobreposicao(cv::Point2f c1, float r1, cv::Point2f c2, float r2);
 // towards +y).
 cv::KeyPoint mapeia(const cv::KeyPoint& kp, const cv::Matx33d& H);
 
+// Rotation by `graus` (counter-clockwise on screen) about the centre of an
+// image of size `tam`, as a 3x3 transform.
+cv::Matx33d rotacao(cv::Size tam, double graus);
+
 Repeticao repeticao(const std::vector<cv::KeyPoint>& kps1, cv::Size tam1, const std::vector<cv::KeyPoint>& kps2,
                     cv::Size tam2, const cv::Matx33d& H, bool comAngulo);
 
