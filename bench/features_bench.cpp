@@ -25,21 +25,6 @@ struct Pior {
   }
 };
 
-// Keypoints of img mapped exactly into out; fraction whose descriptor's
-// nearest neighbour is its partner.
-double acertoDescritor(const features::SURF& surf, const std::vector<cv::KeyPoint>& base, const cv::Mat& img,
-                       const cv::Mat& out, const cv::Matx33d& H) {
-  std::vector<cv::KeyPoint> k1 = base, k2;
-  for (size_t i = 0; i < k1.size(); ++i) {
-    k1[i].class_id = int(i);
-    k2.push_back(features::mapeia(k1[i], H));
-  }
-  cv::Mat d1, d2;
-  surf.compute(img, k1, d1);
-  surf.compute(out, k2, d2);
-  return features::acertoVizinho(k1, d1, k2, d2);
-}
-
 // Worst value over the 24 angles (and over the three scales) on the full image.
 void BM_SurfInvariancia(benchmark::State& st) {
   const cena::Threads um(1);
@@ -55,7 +40,8 @@ void BM_SurfInvariancia(benchmark::State& st) {
       cv::warpAffine(img, out, cv::Mat(H).rowRange(0, 2), img.size());
       std::vector<cv::KeyPoint> k2;
       surf.detect(out, k2);
-      rot.junta(features::repeticao(k1, img.size(), k2, out.size(), H, true), acertoDescritor(surf, k1, img, out, H));
+      rot.junta(features::repeticao(k1, img.size(), k2, out.size(), H, true),
+                features::acertoDescritorMapeado(surf, k1, img, out, H));
     }
     for (double f : {1.5, 2.0, 2.5}) {
       const cv::Matx33d H(f, 0, 0, 0, f, 0, 0, 0, 1);
@@ -63,7 +49,8 @@ void BM_SurfInvariancia(benchmark::State& st) {
       cv::warpAffine(img, out, cv::Mat(H).rowRange(0, 2), cv::Size(cvRound(img.cols * f), cvRound(img.rows * f)));
       std::vector<cv::KeyPoint> k2;
       surf.detect(out, k2);
-      esc.junta(features::repeticao(k1, img.size(), k2, out.size(), H, true), acertoDescritor(surf, k1, img, out, H));
+      esc.junta(features::repeticao(k1, img.size(), k2, out.size(), H, true),
+                features::acertoDescritorMapeado(surf, k1, img, out, H));
     }
   }
   st.counters["rot_repeticao"] = rot.repeticao;

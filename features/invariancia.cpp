@@ -1,5 +1,7 @@
 #include "features/invariancia.hpp"
 
+#include "features/surf.hpp"
+
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
@@ -92,6 +94,19 @@ double acertoVizinho(const std::vector<cv::KeyPoint>& kps1, const cv::Mat& d1, c
     if (qual >= 0 && kps1[qual].class_id == kps2[i].class_id) ++certos;
   }
   return double(certos) / d2.rows;
+}
+
+double acertoDescritorMapeado(const SURF& surf, const std::vector<cv::KeyPoint>& base, const cv::Mat& img,
+                              const cv::Mat& out, const cv::Matx33d& H) {
+  std::vector<cv::KeyPoint> k1 = base, k2;
+  for (size_t i = 0; i < k1.size(); ++i) {
+    k1[i].class_id = int(i);  // survives compute's dropping, pairs the rows
+    k2.push_back(mapeia(k1[i], H));
+  }
+  cv::Mat d1, d2;
+  surf.compute(img, k1, d1);
+  surf.compute(out, k2, d2);
+  return acertoVizinho(k1, d1, k2, d2);
 }
 
 cv::Matx33d rotacao(cv::Size tam, double graus) {

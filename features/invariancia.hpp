@@ -28,6 +28,13 @@ double sobreposicao(cv::Point2f c1, float r1, cv::Point2f c2, float r2);
 // towards +y).
 cv::KeyPoint mapeia(const cv::KeyPoint& kp, const cv::Matx33d& H);
 
+class SURF;
+
+// Keypoints `base` of `img` mapped exactly through H into `out`: the share
+// whose SURF descriptor's nearest neighbour is its own partner.
+double acertoDescritorMapeado(const SURF& surf, const std::vector<cv::KeyPoint>& base, const cv::Mat& img,
+                              const cv::Mat& out, const cv::Matx33d& H);
+
 // Rotation by `graus` (counter-clockwise on screen) about the centre of an
 // image of size `tam`, as a 3x3 transform.
 cv::Matx33d rotacao(cv::Size tam, double graus);

@@ -238,15 +238,7 @@ Medida mede(const cv::Mat& img, const cv::Matx33d& H, cv::Size tam) {
   surf.detect(img, k1);
   surf.detect(outra, k2);
   const features::Repeticao r = features::repeticao(k1, img.size(), k2, tam, H, true);
-  k2.clear();
-  for (size_t i = 0; i < k1.size(); ++i) {
-    k1[i].class_id = int(i);
-    k2.push_back(features::mapeia(k1[i], H));
-  }
-  cv::Mat d1, d2;
-  surf.compute(img, k1, d1);
-  surf.compute(outra, k2, d2);
-  const Medida m{r.razao(), r.razaoAngulo(), features::acertoVizinho(k1, d1, k2, d2)};
+  const Medida m{r.razao(), r.razaoAngulo(), features::acertoDescritorMapeado(surf, k1, img, outra, H)};
   std::printf("repeticao %.3f angulo %.3f descritor %.3f\n", m.repeticao, m.angulo, m.acerto);
   return m;
 }
