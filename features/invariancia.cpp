@@ -6,7 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
+#include <utility>
 
 namespace features {
 
@@ -52,69 +52,111 @@ cv::KeyPoint mapeia(const cv::KeyPoint& kp, const cv::Matx33d& H) {
 
 namespace {
 
-bool dentro(cv::Point2f p, float r, cv::Size t) {
-  return p.x - r >= 0 && p.y - r >= 0 && p.x + r <= t.width - 1 && p.y + r <= t.height - 1;
-}
+constexpr int kBorda = 16;
+constexpr double kUniaoMinima = 0.5;
 
 double difAngulo(double a, double b) {
   double d = std::fmod(std::fabs(a - b), 360.0);
   return d > 180.0 ? 360.0 - d : d;
 }
 
-}  // namespace
-
-Repeticao repeticao(const std::vector<cv::KeyPoint>& kps1, cv::Size tam1, const std::vector<cv::KeyPoint>& kps2,
-                    cv::Size tam2, const cv::Matx33d& H, bool comAngulo) {
+// Each carried keypoint against the detected one whose circle overlaps it
+// most.
+Repeticao casa(const std::vector<cv::KeyPoint>& levados, const std::vector<cv::KeyPoint>& achados, bool porEscala) {
   Repeticao r;
-  for (const cv::KeyPoint& k1 : kps1) {
-    const cv::KeyPoint m = mapeia(k1, H);
-    if (!dentro(k1.pt, k1.size * 0.5f, tam1) || !dentro(m.pt, m.size * 0.5f, tam2)) continue;
-    ++r.considerados;
-    double melhor = std::numeric_limits<double>::infinity();
-    const cv::KeyPoint* perto = nullptr;
-    for (const cv::KeyPoint& k2 : kps2) {
-      const double d = std::hypot(double(k2.pt.x) - m.pt.x, double(k2.pt.y) - m.pt.y);
-      if (d < melhor) melhor = d, perto = &k2;
+  r.levados = int(levados.size());
+  for (const cv::KeyPoint& k : levados) {
+    double melhor = 0;
+    const cv::KeyPoint* par = nullptr;
+    for (const cv::KeyPoint& a : achados) {
+      const double u = sobreposicao(k.pt, k.size * 0.5f, a.pt, a.size * 0.5f);
+      if (u > melhor) melhor = u, par = &a;
     }
-    if (!perto || sobreposicao(m.pt, m.size * 0.5f, perto->pt, perto->size * 0.5f) < 0.5) continue;
+    if (!par || melhor < kUniaoMinima) continue;
     ++r.casados;
-    if (comAngulo && difAngulo(m.angle, perto->angle) < 15.0) ++r.orientados;
+    if (porEscala) r.coerentes += std::min(k.size, par->size) > 0.8f * std::max(k.size, par->size);
+    else r.coerentes += difAngulo(k.angle, par->angle) < 15.0;
   }
   return r;
 }
 
-double acertoVizinho(const std::vector<cv::KeyPoint>& kps1, const cv::Mat& d1, const std::vector<cv::KeyPoint>& kps2,
-                     const cv::Mat& d2) {
-  if (d2.rows == 0 || d1.rows == 0) return 0.0;
+std::vector<cv::KeyPoint> mapeiaTodos(const std::vector<cv::KeyPoint>& kps, const cv::Matx33d& H) {
+  std::vector<cv::KeyPoint> m;
+  m.reserve(kps.size());
+  for (const cv::KeyPoint& k : kps) m.push_back(mapeia(k, H));
+  return m;
+}
+
+}  // namespace
+
+Invariancia::Invariancia(Detecta detecta, const cv::Mat& img) : detecta_(std::move(detecta)), img_(img) {
+  mascara_ = cv::Mat::zeros(img.size(), CV_8U);
+  if (img.cols > 2 * kBorda && img.rows > 2 * kBorda)
+    mascara_(cv::Rect(kBorda, kBorda, img.cols - 2 * kBorda, img.rows - 2 * kBorda)).setTo(255);
+  detecta_(img_, mascara_, dentro_);
+  detecta_(img_, cv::Mat(), todos_);
+}
+
+Invariancia::Vista Invariancia::gira(double graus) const {
+  const double diag = std::hypot(img_.cols, img_.rows), a = graus * CV_PI / 180.0;
+  const cv::Matx33d centra(1, 0, -(img_.cols / 2), 0, 1, -(img_.rows / 2), 0, 0, 1);
+  const cv::Matx33d roda(std::cos(a), -std::sin(a), 0, std::sin(a), std::cos(a), 0, 0, 0, 1);
+  const cv::Matx33d poe(1, 0, diag / 2, 0, 1, diag / 2, 0, 0, 1);
+  Vista v;
+  v.H = poe * roda * centra;
+  const cv::Size tam(cvRound(diag), cvRound(diag));
+  cv::warpPerspective(img_, v.img, v.H, tam);
+  cv::warpPerspective(mascara_, v.mascara, v.H, tam);
+  return v;
+}
+
+Invariancia::Vista Invariancia::reduz(double fator) const {
+  Vista v;
+  cv::resize(img_, v.img, cv::Size(), 1.0 / fator, 1.0 / fator, cv::INTER_LINEAR_EXACT);
+  v.H = cv::Matx33d(1.0 / fator, 0, 0, 0, 1.0 / fator, 0, 0, 0, 1);
+  return v;
+}
+
+Repeticao Invariancia::rotacao(double graus) const {
+  const Vista v = gira(graus);
+  std::vector<cv::KeyPoint> achados;
+  detecta_(v.img, v.mascara, achados);
+  return casa(mapeiaTodos(dentro_, v.H), achados, false);
+}
+
+// The small image's keypoints go up to the original, where they are
+// compared with the full set.
+Repeticao Invariancia::escala(double fator) const {
+  const Vista v = reduz(fator);
+  std::vector<cv::KeyPoint> pequenos;
+  detecta_(v.img, cv::Mat(), pequenos);
+  return casa(mapeiaTodos(pequenos, v.H.inv()), todos_, true);
+}
+
+double Invariancia::descritorRotacao(const SURF& surf, double graus) const { return descritor(surf, dentro_, gira(graus)); }
+
+double Invariancia::descritorEscala(const SURF& surf, double fator) const { return descritor(surf, todos_, reduz(fator)); }
+
+double Invariancia::descritor(const SURF& surf, const std::vector<cv::KeyPoint>& base, const Vista& v) const {
+  std::vector<cv::KeyPoint> k0 = base;
+  for (size_t i = 0; i < k0.size(); ++i) k0[i].class_id = int(i);  // pairs rows that compute may drop
+  cv::Mat d0, d1;
+  surf.compute(img_, k0, d0);
+  std::vector<cv::KeyPoint> k1 = mapeiaTodos(k0, v.H);
+  surf.compute(v.img, k1, d1);
+  if (d0.empty() || d1.empty()) return 0.0;
+  std::vector<int> linha(base.size(), -1);
+  for (size_t j = 0; j < k1.size(); ++j) linha[k1[j].class_id] = int(j);
   cv::Mat dist, idx;
-  cv::batchDistance(d2, d1, dist, CV_32F, idx, cv::NORM_L2, 1);
+  cv::batchDistance(d0, d1, dist, CV_32F, idx, cv::NORM_L2, 1);
   int certos = 0;
-  for (int i = 0; i < d2.rows; ++i) {
-    const int qual = idx.at<int>(i, 0);
-    if (qual >= 0 && kps1[qual].class_id == kps2[i].class_id) ++certos;
+  for (int i = 0; i < d0.rows; ++i) {
+    const int par = linha[k0[i].class_id], achado = idx.at<int>(i, 0);
+    if (par < 0 || achado < 0) continue;
+    const cv::KeyPoint &p = k1[par], &a = k1[achado];
+    certos += sobreposicao(p.pt, p.size * 0.5f, a.pt, a.size * 0.5f) >= kUniaoMinima;
   }
-  return double(certos) / d2.rows;
-}
-
-double acertoDescritorMapeado(const SURF& surf, const std::vector<cv::KeyPoint>& base, const cv::Mat& img,
-                              const cv::Mat& out, const cv::Matx33d& H) {
-  std::vector<cv::KeyPoint> k1 = base, k2;
-  for (size_t i = 0; i < k1.size(); ++i) {
-    k1[i].class_id = int(i);  // survives compute's dropping, pairs the rows
-    k2.push_back(mapeia(k1[i], H));
-  }
-  cv::Mat d1, d2;
-  surf.compute(img, k1, d1);
-  surf.compute(out, k2, d2);
-  return acertoVizinho(k1, d1, k2, d2);
-}
-
-cv::Matx33d rotacao(cv::Size tam, double graus) {
-  const cv::Mat A = cv::getRotationMatrix2D(cv::Point2f((tam.width - 1) * 0.5f, (tam.height - 1) * 0.5f), graus, 1);
-  cv::Matx33d H = cv::Matx33d::eye();
-  for (int r = 0; r < 2; ++r)
-    for (int c = 0; c < 3; ++c) H(r, c) = A.at<double>(r, c);
-  return H;
+  return double(certos) / d0.rows;
 }
 
 }  // namespace features

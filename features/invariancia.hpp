@@ -1,23 +1,31 @@
-// Repeatability and descriptor invariance of a detector under a known
-// transform, measured as OpenCV's features2d invariance tests do, so that our
-// detectors can be held to the same bar.
-//
-// H maps image-1 pixels to image-2 pixels (3x3, homogeneous). A keypoint
-// stands for the circle of diameter `size` about `pt`.
+// Repeatability and descriptor invariance of a detector under rotation and
+// scale, measured as OpenCV's features2d invariance tests measure them, so
+// that our detectors are held to the bar OpenCV's own must pass:
+// - rotation: the image turns about its centre onto a square canvas as wide
+//   as its diagonal, so nothing is cut; keypoints are looked for 16 px or
+//   more inside the original frame (the mask turns with the image);
+// - scale: the image shrinks by 1 / fator (INTER_LINEAR_EXACT) and the small
+//   image's keypoints are scaled back up;
+// - a keypoint matches when its carried circle overlaps the detected circle
+//   of greatest overlap by at least half their union.
 #pragma once
 
 #include <opencv2/core.hpp>
 
+#include <functional>
 #include <vector>
 
 namespace features {
 
+class SURF;
+
 struct Repeticao {
-  int considerados = 0;  // image-1 keypoints whose circles lie inside both images
-  int casados = 0;       // of those, the ones whose mapped circle overlaps the nearest image-2 circle by >= 0.5
-  int orientados = 0;    // of the matched, those whose angle agrees within 15 degrees
-  double razao() const { return considerados ? double(casados) / considerados : 0.0; }
-  double razaoAngulo() const { return casados ? double(orientados) / casados : 0.0; }
+  int levados = 0;    // keypoints carried into the other image
+  int casados = 0;    // of those, the ones whose circle found a partner
+  int coerentes = 0;  // of the matched, those whose angle (rotation, within
+                      // 15 degrees) or size (scale, within 0.8) agrees
+  double razao() const { return levados ? double(casados) / levados : 0.0; }
+  double razaoCoerente() const { return casados ? double(coerentes) / casados : 0.0; }
 };
 
 // Intersection over union of two discs.
@@ -28,23 +36,35 @@ double sobreposicao(cv::Point2f c1, float r1, cv::Point2f c2, float r2);
 // towards +y).
 cv::KeyPoint mapeia(const cv::KeyPoint& kp, const cv::Matx33d& H);
 
-class SURF;
+using Detecta = std::function<void(const cv::Mat& img, const cv::Mat& mascara, std::vector<cv::KeyPoint>& kps)>;
 
-// Keypoints `base` of `img` mapped exactly through H into `out`: the share
-// whose SURF descriptor's nearest neighbour is its own partner.
-double acertoDescritorMapeado(const SURF& surf, const std::vector<cv::KeyPoint>& base, const cv::Mat& img,
-                              const cv::Mat& out, const cv::Matx33d& H);
+// One image and its keypoints, detected once; each call measures one angle
+// (degrees) or one scale factor.
+class Invariancia {
+ public:
+  Invariancia(Detecta detecta, const cv::Mat& img);
 
-// Rotation by `graus` (counter-clockwise on screen) about the centre of an
-// image of size `tam`, as a 3x3 transform.
-cv::Matx33d rotacao(cv::Size tam, double graus);
+  Repeticao rotacao(double graus) const;
+  Repeticao escala(double fator) const;
+  // Share of the original keypoints whose SURF descriptor's nearest
+  // neighbour (L2) among the transformed image's descriptors, computed on
+  // the keypoints carried exactly, lies on a circle that overlaps the true
+  // partner's by at least half.
+  double descritorRotacao(const SURF& surf, double graus) const;
+  double descritorEscala(const SURF& surf, double fator) const;
 
-Repeticao repeticao(const std::vector<cv::KeyPoint>& kps1, cv::Size tam1, const std::vector<cv::KeyPoint>& kps2,
-                    cv::Size tam2, const cv::Matx33d& H, bool comAngulo);
+ private:
+  struct Vista {
+    cv::Mat img, mascara;
+    cv::Matx33d H;  // original pixels to this view's pixels
+  };
+  Vista gira(double graus) const;
+  Vista reduz(double fator) const;
+  double descritor(const SURF& surf, const std::vector<cv::KeyPoint>& base, const Vista& v) const;
 
-// Fraction of rows of d2 whose nearest row of d1 (L2) is the one with the
-// same class_id: class_id carries the index of the keypoint pair.
-double acertoVizinho(const std::vector<cv::KeyPoint>& kps1, const cv::Mat& d1, const std::vector<cv::KeyPoint>& kps2,
-                     const cv::Mat& d2);
+  Detecta detecta_;
+  cv::Mat img_, mascara_;
+  std::vector<cv::KeyPoint> dentro_, todos_;  // with the border mask, without
+};
 
 }  // namespace features

@@ -208,69 +208,42 @@ TEST(Surf, ComputeMantemOsCamposEDescartaOsForaDaImagem) {
   EXPECT_EQ(um[0].angle, 270.0f);
 }
 
-// Invariance on a reduced view of a real image: the full image at every angle
-// is measured by the benchmark program.
-cv::Mat imagemReduzida() {
-  cv::Mat img = leCinza("img1.png"), menor;
-  cv::resize(img, menor, cv::Size(), 0.5, 0.5, cv::INTER_AREA);
-  return menor;
-}
-
-cv::Mat transforma(const cv::Mat& img, const cv::Matx33d& H, cv::Size tam) {
-  cv::Mat saida;
-  cv::warpAffine(img, saida, cv::Mat(H).rowRange(0, 2), tam, cv::INTER_LINEAR, cv::BORDER_CONSTANT);
-  return saida;
-}
-
-using features::rotacao;
-
-struct Medida {
-  double repeticao, angulo, acerto;
-};
-
-// Repeatability and angle agreement of the detector between img and its
-// transform by H; nearest-neighbour hit rate of the descriptor on img's
-// keypoints mapped exactly through H.
-Medida mede(const cv::Mat& img, const cv::Matx33d& H, cv::Size tam) {
-  const features::SURF surf;
-  const cv::Mat outra = transforma(img, H, tam);
-  std::vector<cv::KeyPoint> k1, k2;
-  surf.detect(img, k1);
-  surf.detect(outra, k2);
-  const features::Repeticao r = features::repeticao(k1, img.size(), k2, tam, H, true);
-  const Medida m{r.razao(), r.razaoAngulo(), features::acertoDescritorMapeado(surf, k1, img, outra, H)};
-  std::printf("repeticao %.3f angulo %.3f descritor %.3f\n", m.repeticao, m.angulo, m.acerto);
-  return m;
+// Invariance on a reduced view of a real image, at the bars OpenCV's tests
+// set for its SURF; the benchmark program measures the full image.
+features::Invariancia invarianciaReduzida(const features::SURF& surf) {
+  cv::Mat img;
+  cv::resize(leCinza("img1.png"), img, cv::Size(), 0.5, 0.5, cv::INTER_AREA);
+  return features::Invariancia(
+      [&surf](const cv::Mat& i, const cv::Mat& m, std::vector<cv::KeyPoint>& k) { surf.detect(i, k, m); }, img);
 }
 
 TEST(SurfInvariancia, Rotacao) {
-  const cv::Mat img = imagemReduzida();
+  const features::SURF surf;
+  const features::Invariancia inv = invarianciaReduzida(surf);
   for (int graus = 0; graus < 360; graus += 15) {
-    const Medida m = mede(img, rotacao(img.size(), graus), img.size());
-    EXPECT_GE(m.repeticao, 0.40) << graus;
-    // OpenCV's own tests ask 0.76 and 0.83 of its SURF on a smoother image.
-    // On graf the Haar orientation has two near-equal peaks often enough
-    // that ours, which reproduces OpenCV's, measures 0.73-0.84 and 0.74-0.83
-    // here (and 0.98 with the true angle given): these floors catch
-    // regressions.
-    EXPECT_GE(m.angulo, 0.70) << graus;
-    EXPECT_GE(m.acerto, 0.70) << graus;
-    if (graus % 90 == 0) {
-      // Quarter turns move pixels exactly: only the grid's rounding differs.
-      EXPECT_GE(m.angulo, 0.95) << graus;
-      EXPECT_GE(m.acerto, 0.93) << graus;
-    }
+    const features::Repeticao r = inv.rotacao(graus);
+    const double d = inv.descritorRotacao(surf, graus);
+    std::printf("rotacao %3d: repeticao %.3f angulo %.3f descritor %.3f\n", graus, r.razao(), r.razaoCoerente(), d);
+    EXPECT_GE(r.razao(), 0.40) << graus;
+    EXPECT_GE(d, 0.83) << graus;
+    // OpenCV asks 0.76 of its SURF on a smoother image. The Haar-wavelet
+    // orientation, which ours shares with OpenCV's (98% within 5 degrees on
+    // the stored outputs), measures 0.73-0.93 on this view and 0.77 at worst
+    // on the full image: this floor catches regressions.
+    EXPECT_GE(r.razaoCoerente(), 0.72) << graus;
   }
 }
 
 TEST(SurfInvariancia, Escala) {
-  const cv::Mat img = imagemReduzida();
+  const features::SURF surf;
+  const features::Invariancia inv = invarianciaReduzida(surf);
   for (double f : {1.5, 2.0, 2.5}) {
-    const Medida m =
-        mede(img, cv::Matx33d(f, 0, 0, 0, f, 0, 0, 0, 1), cv::Size(cvRound(img.cols * f), cvRound(img.rows * f)));
-    EXPECT_GE(m.repeticao, 0.64) << f;
-    EXPECT_GE(m.angulo, 0.84) << f;
-    EXPECT_GE(m.acerto, 0.70) << f;
+    const features::Repeticao r = inv.escala(f);
+    const double d = inv.descritorEscala(surf, f);
+    std::printf("escala %.1f: repeticao %.3f tamanho %.3f descritor %.3f\n", f, r.razao(), r.razaoCoerente(), d);
+    EXPECT_GE(r.razao(), 0.64) << f;
+    EXPECT_GE(r.razaoCoerente(), 0.84) << f;
+    EXPECT_GE(d, 0.70) << f;
   }
 }
 
