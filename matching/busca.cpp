@@ -1,5 +1,7 @@
 #include "matching/busca.hpp"
 
+#include "matching/vizinhos_l2.hpp"
+
 #include "formats/stores.hpp"
 #include "support/erro.hpp"
 
@@ -45,6 +47,12 @@ std::vector<cv::DMatch> casaNN(const cv::Mat& query, const cv::Mat& train, Busca
   if (!matcher) tvm::erro("Erro modoMatch desconhecido");
   std::vector<cv::DMatch> matches;
   if (query.empty() || train.empty()) return matches;
+  if (modo == Busca::brute) {
+    // A query row whose distances all overflow has no match, as in OpenCV.
+    for (const std::vector<cv::DMatch>& lista : matching::vizinhosL2(query, train, 1))
+      if (!lista.empty()) matches.push_back(lista[0]);
+    return matches;
+  }
   matcher->match(query, train, matches);
   return matches;
 }
@@ -62,7 +70,7 @@ std::vector<std::vector<cv::DMatch>> casa2NN(const cv::Mat& query, const cv::Mat
     listas.assign(query.rows, {});
     return listas;
   }
-  if (train.rows < k) matcher = criaMatcher(Busca::brute);
+  if (modo == Busca::brute || train.rows < k) return matching::vizinhosL2(query, train, k);
   matcher->knnMatch(query, train, listas, k, cv::noArray(), false);
   return listas;
 }

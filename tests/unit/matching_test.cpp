@@ -1,13 +1,16 @@
 #include "formats/stores.hpp"
 #include "matching/busca.hpp"
 #include "matching/ratio.hpp"
+#include "matching/vizinhos_l2.hpp"
 #include "support/erro.hpp"
 #include "support/numeros.hpp"
 #include "tests/common/erros.hpp"
 #include "tests/common/pasta_temp.hpp"
 
 #include <gtest/gtest.h>
+#include <opencv2/core/hal/hal.hpp>
 
+#include <cmath>
 #include <functional>
 #include <limits>
 
@@ -29,23 +32,77 @@ cv::Mat aleatorios(int linhas, int colunas, int semente) {
   return m;
 }
 
-TEST(Busca, BruteForceEqualsExhaustiveSearch) {
-  const cv::Mat q = aleatorios(200, 32, 1), t = aleatorios(300, 32, 2);
-  const std::vector<cv::DMatch> nn = casaNN(q, t, Busca::brute);
-  const Listas knn = casa2NN(q, t, Busca::brute);
-  ASSERT_EQ(nn.size(), 200u);
-  ASSERT_EQ(knn.size(), 200u);
-  for (int i = 0; i < q.rows; ++i) {
-    std::vector<std::pair<double, int>> d;
-    for (int j = 0; j < t.rows; ++j) d.emplace_back(cv::norm(q.row(i), t.row(j), cv::NORM_L2), j);
-    std::partial_sort(d.begin(), d.begin() + 2, d.end());
-    EXPECT_EQ(nn[i].queryIdx, i);
-    EXPECT_EQ(nn[i].trainIdx, d[0].second);
-    EXPECT_NEAR(nn[i].distance, d[0].first, 1e-5);
-    ASSERT_EQ(knn[i].size(), 2u);
-    EXPECT_EQ(knn[i][0].trainIdx, d[0].second);
-    EXPECT_EQ(knn[i][1].trainIdx, d[1].second);
-    EXPECT_NEAR(knn[i][1].distance, d[1].first, 1e-5);
+// Small integer values, as in SIFT descriptors, make equal distances common:
+// the tie rule is then visible.
+cv::Mat inteiros(int linhas, int colunas, int semente, int maximo) {
+  cv::Mat m(linhas, colunas, CV_32F);
+  cv::RNG(semente).fill(m, cv::RNG::UNIFORM, 0, maximo + 1);
+  m.forEach<float>([](float& v, const int*) { v = std::floor(v); });
+  return m;
+}
+
+struct CasoBF {
+  const char* nome;
+  cv::Mat query, train;
+};
+
+std::vector<CasoBF> casosBF() {
+  cv::Mat repetidas = aleatorios(40, 128, 7);
+  repetidas.row(3).copyTo(repetidas.row(30));  // the same distance at two train indices
+  repetidas.row(5).copyTo(repetidas.row(6));
+  return {
+      {"Sift128", inteiros(203, 128, 1, 255), inteiros(301, 128, 2, 255)},
+      {"EmpatesFrequentes", inteiros(150, 32, 3, 1), inteiros(97, 32, 4, 1)},
+      {"LinhasRepetidas", aleatorios(33, 128, 8), repetidas},
+      {"Surf64", aleatorios(61, 64, 5), aleatorios(250, 64, 6)},
+      {"CaudaDe4", aleatorios(20, 100, 9), aleatorios(45, 100, 10)},
+      {"MenosDe16", aleatorios(17, 3, 11), aleatorios(9, 3, 12)},
+      {"UmPassoEMeio", aleatorios(17, 24, 13), aleatorios(9, 24, 14)},
+      {"UmaLinhaDeTreino", aleatorios(5, 128, 15), aleatorios(1, 128, 16)},
+      // Squares beyond FLT_MAX: OpenCV gives these queries no neighbour.
+      {"DistanciasInfinitas", aleatorios(6, 16, 17) * 1e20, aleatorios(7, 16, 18) * -1e20},
+  };
+}
+
+void esperaIguais(const Listas& nossas, const Listas& delas) {
+  ASSERT_EQ(nossas.size(), delas.size());
+  for (size_t i = 0; i < delas.size(); ++i) {
+    ASSERT_EQ(nossas[i].size(), delas[i].size()) << i;
+    for (size_t p = 0; p < delas[i].size(); ++p) {
+      EXPECT_EQ(nossas[i][p].queryIdx, delas[i][p].queryIdx);
+      EXPECT_EQ(nossas[i][p].trainIdx, delas[i][p].trainIdx) << i;
+      EXPECT_EQ(nossas[i][p].imgIdx, delas[i][p].imgIdx);
+      EXPECT_EQ(nossas[i][p].distance, delas[i][p].distance) << i;  // exact, not near
+    }
+  }
+}
+
+TEST(Busca, BruteForceIsOpenCVsMatcherBitForBit) {
+  using matching::Vetores;
+  for (const CasoBF& c : casosBF()) {
+    SCOPED_TRACE(c.nome);
+    Listas nn, delas2;
+    cv::BFMatcher(cv::NORM_L2).knnMatch(c.query, c.train, nn, 1, cv::noArray(), true);
+    cv::BFMatcher(cv::NORM_L2).knnMatch(c.query, c.train, delas2, 2);
+    // What the tools call, on the widest vectors here, then every path.
+    Listas nossas1;
+    for (const cv::DMatch& m : casaNN(c.query, c.train, Busca::brute)) nossas1.push_back({m});
+    esperaIguais(nossas1, nn);
+    esperaIguais(casa2NN(c.query, c.train, Busca::brute), delas2);
+    for (Vetores v : {Vetores::escalar, Vetores::avx2, Vetores::avx512}) {
+      if (!matching::disponivel(v)) continue;
+      SCOPED_TRACE(static_cast<int>(v));
+      esperaIguais(matching::vizinhosL2(c.query, c.train, 2, v), delas2);
+    }
+  }
+}
+
+TEST(Busca, SquaredDistanceRoundsAsOpenCVs) {
+  for (int n : {1, 15, 16, 17, 31, 32, 64, 100, 128, 129}) {
+    const cv::Mat a = aleatorios(1, n, n) * 300, b = aleatorios(1, n, n + 1000) * 300;
+    EXPECT_EQ(matching::somaQuadrados(a.ptr<float>(), b.ptr<float>(), n),
+              cv::hal::normL2Sqr_(a.ptr<float>(), b.ptr<float>(), n))
+        << n;
   }
 }
 
