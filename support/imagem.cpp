@@ -1,7 +1,9 @@
 #include "support/imagem.hpp"
 
+#include "support/argumentos.hpp"
 #include "support/arquivos.hpp"
 #include "support/codecs_plugin.hpp"
+#include "support/decodifica.hpp"
 #include "support/erro.hpp"
 #include "support/plugin.hpp"
 
@@ -12,10 +14,16 @@ namespace tvm {
 namespace {
 
 cv::Mat leArquivo(const std::string& file, int modo) {
-  static const LeImagem leImagem = funcaoPlugin<LeImagem>(kPluginCodecs, "quivelarLeImagem");
   cv::Mat lida;
+  if (decodificaDireto(file, modo, lida)) return lida;
+  static const LeImagem leImagem = funcaoPlugin<LeImagem>(kPluginCodecs, "quivelarLeImagem");
   if (!leImagem(file.c_str(), modo, &lida)) erro("Erro abertura arquivo ", file);
   return lida;
+}
+
+// imwrite chooses the format by the extension, in any case.
+bool terminaEmPng(const std::string& file) {
+  return file.size() >= 4 && minuscula(file.substr(file.size() - 4)) == ".png";
 }
 
 }  // namespace
@@ -26,10 +34,14 @@ void le(cv::Mat_<cv::Vec3b>& image, const std::string& file) { image = leArquivo
 
 void imp(const cv::Mat_<cv::Vec3b>& image, const std::string& file) {
   if (image.empty()) erro("Erro: imagem vazia para ", file);
-  static const GravaImagem gravaImagem = funcaoPlugin<GravaImagem>(kPluginCodecs, "quivelarGravaImagem");
   SaidaSegura saida(file);
   const cv::Mat imagem = image;
-  if (!gravaImagem(saida.temporario().c_str(), &imagem)) erro("Erro abertura arquivo ", file);
+  if (terminaEmPng(file)) {
+    if (!codificaPng(imagem, saida.temporario())) erro("Erro abertura arquivo ", file);
+  } else {
+    static const GravaImagem gravaImagem = funcaoPlugin<GravaImagem>(kPluginCodecs, "quivelarGravaImagem");
+    if (!gravaImagem(saida.temporario().c_str(), &imagem)) erro("Erro abertura arquivo ", file);
+  }
   saida.confirma();
 }
 

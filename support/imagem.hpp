@@ -13,12 +13,13 @@ namespace tvm {
 
 // Read an image file in any format OpenCV reads, converted to the target's
 // pixel type. A missing, unreadable or empty image stops the tool with
-// "Erro abertura arquivo " and the name.
+// "Erro abertura arquivo " and the name. PNG, JPEG and PGM/PPM are decoded
+// without loading the codec plug-in (support/decodifica.hpp).
 void le(cv::Mat_<uchar>& image, const std::string& file);
 void le(cv::Mat_<cv::Vec3b>& image, const std::string& file);
 
-// Write a colour image; the format follows the extension. The file appears
-// whole or not at all.
+// Write a colour image; the format follows the extension (PNG is written
+// without loading the codec plug-in). The file appears whole or not at all.
 void imp(const cv::Mat_<cv::Vec3b>& image, const std::string& file);
 
 // Grey to colour (the grey level in all three channels) and grey to complex

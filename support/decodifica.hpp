@@ -1,0 +1,30 @@
+// Reading PNG, JPEG and PGM/PPM, and writing PNG, through libpng and libjpeg
+// directly, without the codec plug-in (support/plugin.hpp). Loading that
+// plug-in costs most of a short tool's run, so the common formats skip it.
+//
+// The pixels equal those of cv::imread with the same mode: these functions
+// make the same library calls and conversions imread makes. Whatever they
+// cannot guarantee to decode identically they refuse, and the caller asks the
+// plug-in instead, which also gives imread's behaviour on damaged files.
+#pragma once
+
+#include <opencv2/core.hpp>
+
+#include <string>
+
+namespace tvm {
+
+// Decodes `file` into `out` (CV_8UC1 for cv::IMREAD_GRAYSCALE, CV_8UC3 in
+// blue, green, red order for cv::IMREAD_COLOR); any other mode is refused.
+// The format comes from the first bytes, never from the name.
+// Returns false, leaving `out` untouched, for an unknown format, a case that
+// might differ from imread (EXIF orientation, CMYK JPEG, P1/P4 bitmaps), an
+// image over 2^20 pixels a side or 2^30 in all, or any error or warning of
+// the codec library (a truncated file, a bad checksum).
+bool decodificaDireto(const std::string& file, int modo, cv::Mat& out);
+
+// Writes an 8-bit grey or BGR image as PNG with the settings imwrite uses by
+// default; false if the image has another type or the file cannot be written.
+bool codificaPng(const cv::Mat& image, const std::string& file);
+
+}  // namespace tvm
