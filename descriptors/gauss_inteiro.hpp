@@ -27,6 +27,7 @@ class GaussInteiro {
     std::vector<uint8_t> linha;
     std::vector<uint16_t> somaLinha;
     std::vector<float> horizontal, soma;
+    std::vector<const float*> linhas;
   };
 
   // lado: the odd kernel side.
