@@ -1,7 +1,9 @@
 // Store reading and writing in every format the stores take (XML, YAML, and
 // both gzip-compressed), on 5000 real SIFT keypoints and their 128-float
 // descriptors; and the match file of those 5000 keypoints. Items are
-// keypoints; the file size is a counter.
+// keypoints; the file size is a counter. The plain XML and YAML stores and
+// the match file are read directly; the "FileStorage" and "Fscanf" cases
+// time the readers that handle every other text, on the same files.
 #include "bench/cena.hpp"
 #include "formats/match_file.hpp"
 #include "formats/stores.hpp"
@@ -42,6 +44,18 @@ void BM_LeDescritores(benchmark::State& state) {
   std::vector<cv::KeyPoint> k;
   cv::Mat d;
   for (auto _ : state) formats::leDescritores(arquivo, k, d);
+  if (d.rows != dados().descriptors.rows || cv::norm(d, dados().descriptors, cv::NORM_INF) != 0)
+    state.SkipWithError("a leitura nao devolveu os descritores gravados");
+  fecha(state, arquivo);
+}
+
+void BM_LeDescritoresFileStorage(benchmark::State& state) {
+  cena::PastaTemp pasta;
+  const std::string arquivo = pasta.arquivo(std::string("des.") + kFormatos[state.range(0)]);
+  formats::impDescritores(arquivo, dados().keypoints, dados().descriptors);
+  std::vector<cv::KeyPoint> k;
+  cv::Mat d;
+  for (auto _ : state) formats::leDescritoresFileStorage(arquivo, k, d);
   if (d.rows != dados().descriptors.rows || cv::norm(d, dados().descriptors, cv::NORM_INF) != 0)
     state.SkipWithError("a leitura nao devolveu os descritores gravados");
   fecha(state, arquivo);
@@ -93,11 +107,26 @@ void BM_LeMatch(benchmark::State& state) {
   state.counters["bytes"] = tamanho(arquivo);
 }
 
+void BM_LeMatchFscanf(benchmark::State& state) {
+  cena::PastaTemp pasta;
+  const std::string arquivo = pasta.arquivo("match.txt");
+  const std::vector<cv::DMatch> m = pares();
+  formats::impMatch(m, dados().keypoints, dados().keypoints, arquivo);
+  std::vector<cv::DMatch> lidos;
+  std::vector<cv::KeyPoint> k1, k2;
+  for (auto _ : state) formats::leMatchFscanf(lidos, k1, k2, arquivo);
+  if (lidos.size() != m.size()) state.SkipWithError("a leitura nao devolveu os casamentos gravados");
+  state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(m.size()));
+  state.counters["bytes"] = tamanho(arquivo);
+}
+
 }  // namespace
 
 BENCHMARK(BM_GravaDescritores)->ArgName("formato")->DenseRange(0, 3)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_LeDescritores)->ArgName("formato")->DenseRange(0, 3)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_LeDescritoresFileStorage)->ArgName("formato")->DenseRange(0, 1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_GravaKeyPoints)->ArgName("formato")->DenseRange(0, 3)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_LeKeyPoints)->ArgName("formato")->DenseRange(0, 3)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_GravaMatch)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_LeMatch)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_LeMatchFscanf)->Unit(benchmark::kMillisecond);

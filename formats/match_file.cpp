@@ -1,5 +1,6 @@
 #include "formats/match_file.hpp"
 
+#include "formats/leitura_rapida.hpp"
 #include "support/arquivos.hpp"
 #include "support/erro.hpp"
 #include "support/numeros.hpp"
@@ -71,6 +72,12 @@ void impMatch(const std::vector<cv::DMatch>& matches, const std::vector<cv::KeyP
 
 void leMatch(std::vector<cv::DMatch>& matches, std::vector<cv::KeyPoint>& keypoints1,
              std::vector<cv::KeyPoint>& keypoints2, const std::string& fileName) {
+  if (!leMatchRapido(fileName, matches, keypoints1, keypoints2))
+    leMatchFscanf(matches, keypoints1, keypoints2, fileName);
+}
+
+void leMatchFscanf(std::vector<cv::DMatch>& matches, std::vector<cv::KeyPoint>& keypoints1,
+                   std::vector<cv::KeyPoint>& keypoints2, const std::string& fileName) {
   tvm::Arquivo arquivo(fileName, "r");
   if (!arquivo) tvm::erro("Erro arquivo inexistente ", fileName);
   FILE* f = arquivo.get();

@@ -31,4 +31,9 @@ void impMatch(const std::vector<cv::DMatch>& matches, const std::vector<cv::KeyP
 void leMatch(std::vector<cv::DMatch>& matches, std::vector<cv::KeyPoint>& keypoints1,
              std::vector<cv::KeyPoint>& keypoints2, const std::string& fileName);
 
+// The word-by-word reader alone (tvm::leNum), which leMatch falls back on for
+// files the direct parser does not take: the reference it must agree with.
+void leMatchFscanf(std::vector<cv::DMatch>& matches, std::vector<cv::KeyPoint>& keypoints1,
+                   std::vector<cv::KeyPoint>& keypoints2, const std::string& fileName);
+
 }  // namespace formats

@@ -1,5 +1,6 @@
 #include "formats/stores.hpp"
 
+#include "formats/leitura_rapida.hpp"
 #include "support/arquivos.hpp"
 #include "support/erro.hpp"
 #include "support/vigia.hpp"
@@ -8,6 +9,8 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstring>
+#include <fstream>
 
 namespace formats {
 
@@ -22,12 +25,6 @@ double numero(const cv::FileNode& node, const std::string& file) {
   return v;
 }
 
-cv::KeyPoint keyPoint(const double campos[kCamposKeyPoint]) {
-  return cv::KeyPoint(static_cast<float>(campos[0]), static_cast<float>(campos[1]), static_cast<float>(campos[2]),
-                      static_cast<float>(campos[3]), static_cast<float>(campos[4]), static_cast<int>(campos[5]),
-                      static_cast<int>(campos[6]));
-}
-
 std::vector<cv::KeyPoint> leNodeKeyPoints(const cv::FileNode& node, const std::string& file) {
   std::vector<cv::KeyPoint> keypoints;
   if (node.empty() || node.isNone()) return keypoints;
@@ -39,7 +36,7 @@ std::vector<cv::KeyPoint> leNodeKeyPoints(const cv::FileNode& node, const std::s
     for (const cv::FileNode& item : node) {
       if (!item.isSeq() || item.size() != kCamposKeyPoint) tvm::erro("Erro: keypoints malformados em ", file);
       for (int k = 0; k < kCamposKeyPoint; ++k) campos[k] = numero(item[k], file);
-      keypoints.push_back(keyPoint(campos));
+      keypoints.push_back(keyPointDeCampos(campos));
     }
     return keypoints;
   }
@@ -49,24 +46,35 @@ std::vector<cv::KeyPoint> leNodeKeyPoints(const cv::FileNode& node, const std::s
   for (const cv::FileNode& item : node) {
     campos[k++] = numero(item, file);
     if (k == kCamposKeyPoint) {
-      keypoints.push_back(keyPoint(campos));
+      keypoints.push_back(keyPointDeCampos(campos));
       k = 0;
     }
   }
   return keypoints;
 }
 
+bool comprimido(const std::string& file) { return file.size() > 3 && file.compare(file.size() - 3, 3, ".gz") == 0; }
+
 // Far above what a real store needs: OpenCV parses tens of megabytes a
 // second, compressed stores inflate about tenfold.
 double limiteDeLeitura(const std::string& file) {
   struct stat info {};
   const double megabytes = ::stat(file.c_str(), &info) == 0 ? info.st_size / 1e6 : 0.0;
-  const bool comprimido = file.size() > 3 && file.compare(file.size() - 3, 3, ".gz") == 0;
-  return 10.0 + megabytes * (comprimido ? 20.0 : 2.0);
+  return 10.0 + megabytes * (comprimido(file) ? 20.0 : 2.0);
+}
+
+// A NUL byte inside the text makes OpenCV's parser read past its buffer.
+bool temNul(const std::string& file) {
+  std::ifstream in(file, std::ios::binary);
+  char bloco[1 << 16];
+  while (in.read(bloco, sizeof bloco) || in.gcount() > 0)
+    if (std::memchr(bloco, 0, static_cast<size_t>(in.gcount()))) return true;
+  return false;
 }
 
 // Opens `file` for reading; malformed text is reported like a failed open.
 void abreLeitura(cv::FileStorage& fs, const std::string& file) {
+  if (!comprimido(file) && temNul(file)) tvm::erro("Erro abertura arquivo ", file);
   bool aberto = false;
   try {
     const tvm::Vigia vigia(limiteDeLeitura(file), "Erro: leitura nao termina, arquivo corrompido " + file);
@@ -130,6 +138,12 @@ std::vector<cv::KeyPoint> leNodeKeyPointsSeguro(const cv::FileStorage& fs, const
 }  // namespace
 
 std::vector<cv::KeyPoint> leKeyPoints(const std::string& file) {
+  std::vector<cv::KeyPoint> keypoints;
+  if (leStoreRapido(file, keypoints, nullptr)) return keypoints;
+  return leKeyPointsFileStorage(file);
+}
+
+std::vector<cv::KeyPoint> leKeyPointsFileStorage(const std::string& file) {
   cv::FileStorage fs;
   abreLeitura(fs, file);
   std::vector<cv::KeyPoint> keypoints = leNodeKeyPointsSeguro(fs, file);
@@ -151,6 +165,10 @@ void verificaMatriz(const cv::FileNode& node, const std::string& file) {
 }
 
 void leDescritores(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat& descriptors) {
+  if (!leStoreRapido(file, keypoints, &descriptors)) leDescritoresFileStorage(file, keypoints, descriptors);
+}
+
+void leDescritoresFileStorage(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat& descriptors) {
   cv::FileStorage fs;
   abreLeitura(fs, file);
   keypoints = leNodeKeyPointsSeguro(fs, file);

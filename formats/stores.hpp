@@ -22,8 +22,15 @@
 
 namespace formats {
 
+// Stores written by these tools are parsed directly (leitura_rapida.hpp);
+// any other text goes through cv::FileStorage, with the same results.
 std::vector<cv::KeyPoint> leKeyPoints(const std::string& file);
 void leDescritores(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat& descriptors);
+
+// The cv::FileStorage readers alone: the reference the direct parser must
+// agree with.
+std::vector<cv::KeyPoint> leKeyPointsFileStorage(const std::string& file);
+void leDescritoresFileStorage(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat& descriptors);
 
 // Writers replace `file` whole or leave it untouched.
 void impKeyPoints(const std::string& file, const std::vector<cv::KeyPoint>& keypoints);

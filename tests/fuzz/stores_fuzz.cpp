@@ -1,11 +1,17 @@
 // The keypoint and descriptor store reader on arbitrary bytes. The first byte
 // chooses the format, so both the XML and the YAML parser are reached.
 //
+// Every input the direct parser accepts must read to exactly what
+// cv::FileStorage gives (same keypoint bits, same matrix header and bytes);
+// any difference aborts.
+//
 // OpenCV's YAML parser loops forever on some malformed text; the reader's
 // time bound then ends the process in a real run. Here the bound jumps back
 // instead, so the fuzzer goes on looking for faults of our own.
+#include "formats/leitura_rapida.hpp"
 #include "formats/stores.hpp"
 #include "support/vigia.hpp"
+#include "tests/common/mesmos_bits.hpp"
 #include "tests/fuzz/fuzz_comum.hpp"
 
 #include <csetjmp>
@@ -15,6 +21,34 @@ namespace {
 sigjmp_buf retorno;
 
 void abandona(const char*) { siglongjmp(retorno, 1); }
+
+// A matrix already holding something: a missing "descriptors" node must
+// leave it as cv::read leaves it.
+cv::Mat ocupada() { return cv::Mat::ones(2, 3, CV_32F); }
+
+void comparaComFileStorage(const std::string& arquivo) {
+  std::vector<cv::KeyPoint> rapidos;
+  cv::Mat rapida = ocupada();
+  if (formats::leStoreRapido(arquivo, rapidos, &rapida)) {
+    std::vector<cv::KeyPoint> lentos;
+    cv::Mat lenta = ocupada();
+    try {
+      formats::leDescritoresFileStorage(arquivo, lentos, lenta);
+    } catch (const tvm::Erro&) {
+      __builtin_trap();  // accepted here, refused there
+    }
+    if (!teste::mesmosBits(rapidos, lentos) || !teste::mesmosBits(rapida, lenta)) __builtin_trap();
+  }
+  if (formats::leStoreRapido(arquivo, rapidos, nullptr)) {
+    std::vector<cv::KeyPoint> lentos;
+    try {
+      lentos = formats::leKeyPointsFileStorage(arquivo);
+    } catch (const tvm::Erro&) {
+      __builtin_trap();
+    }
+    if (!teste::mesmosBits(rapidos, lentos)) __builtin_trap();
+  }
+}
 
 }  // namespace
 
@@ -32,5 +66,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     cv::Mat descriptors;
     formats::leDescritores(arquivo, keypoints, descriptors);
   });
+  comparaComFileStorage(arquivo);
   return 0;
 }

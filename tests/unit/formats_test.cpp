@@ -103,6 +103,9 @@ TEST(Stores, BadStoresStopWithTheFileNamed) {
   teste::escreveTexto(pasta / "texto.yml", "%YAML:1.0\n---\nkeypoints: [ 1, 2, 3, 4, 5, abc, 7 ]\n");
   teste::escreveTexto(pasta / "nan.yml", "%YAML:1.0\n---\nkeypoints: [ .nan, 2, 3, 4, 5, 6, 7 ]\n");
   teste::escreveTexto(pasta / "lixo.xml", "<?xml version=\"1.0\"?>\n<opencv_storage><keypoints>1 2</opencv");
+  // OpenCV's parser reads past its buffer on a NUL inside the header.
+  teste::escreveTexto(pasta / "nul.xml", std::string("a<?xml version=") + std::string(31, '\0') +
+                                             "\"1.0\"?>\n<opencv_storage>\n<keypoints>1 2 3 4 5 6 7</keypoints>\n");
   // A damaged row count must be refused, not allocated.
   teste::escreveTexto(pasta / "linhas.yml",
                       "%YAML:1.0\n---\ndescriptors: !!opencv-matrix\n   rows:`1\n   cols: 2\n   dt: f\n"
@@ -115,6 +118,7 @@ TEST(Stores, BadStoresStopWithTheFileNamed) {
       {"texto.yml", "Erro: keypoints malformados em "},
       {"nan.yml", "Erro: valor nao finito nos keypoints de "},
       {"lixo.xml", "Erro abertura arquivo "},
+      {"nul.xml", "Erro abertura arquivo "},
       {"falta.xml", "Erro abertura arquivo "},
   };
   for (const auto& c : casos)

@@ -1,0 +1,48 @@
+// Fast readers for the files these tools write themselves.
+//
+// cv::FileStorage builds a node tree and converts every number on its own,
+// which costs far more than the matching that follows on a few-thousand
+// keypoint store. These readers take the whole file into memory and parse
+// only the exact text the writers produce; anything else is "not mine"
+// (false), and the caller then reads the file the ordinary way. They never
+// report an error themselves: every message stays that of the ordinary path,
+// and every file they accept reads to exactly what that path gives.
+//
+// Store text accepted (uncompressed ".xml", ".yml" or ".yaml" names, the
+// content agreeing with the name; blanks are spaces and newlines only):
+//   XML:  <?xml version="1.0"?> <opencv_storage> <keypoints> n*7 numbers
+//         </keypoints> [descriptors] </opencv_storage>
+//   YAML: %YAML:1.0 --- keypoints: [ n*7 numbers, comma separated ] [descriptors]
+//   descriptors: an "opencv-matrix" with rows, cols, dt "f" or "u" and
+//         exactly rows*cols numbers (in XML never exactly one: OpenCV reads
+//         a lone value as a scalar, which the ordinary path refuses).
+//   Numbers as OpenCV reads them: "-"? digits, then real when "." or "e"
+//   follows the digits, integer otherwise (no leading zeros, which OpenCV
+//   takes as octal). Octave and class_id must fit an int, the float fields a
+//   float; "u" data are integers 0..255.
+// Match files: the count line and n lines as formats::leMatch reads them,
+// numbers in plain decimal notation only.
+#pragma once
+
+#include <opencv2/core.hpp>
+
+#include <string>
+#include <vector>
+
+namespace formats {
+
+// True when `file` was read here. `descriptors` null: keypoints only (the
+// descriptor part, if any, must still be one the reader accepts). A store
+// without descriptors leaves `descriptors` as cv::read leaves it for a
+// missing node. On false nothing was changed.
+bool leStoreRapido(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat* descriptors);
+
+// The same contract for the match file (see match_file.hpp).
+bool leMatchRapido(const std::string& file, std::vector<cv::DMatch>& matches, std::vector<cv::KeyPoint>& keypoints1,
+                   std::vector<cv::KeyPoint>& keypoints2);
+
+// A keypoint from the seven stored numbers x y size angle response octave
+// class_id, converted as the ordinary store reader converts them.
+cv::KeyPoint keyPointDeCampos(const double campos[7]);
+
+}  // namespace formats
