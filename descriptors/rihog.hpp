@@ -91,17 +91,19 @@ class HogAneis {
     cv::Mat_<uchar> bruto, patch;
     cv::Mat_<float> hist;
     GaussInteiro::Rascunho gauss;
+    std::vector<int> dx, dy, bin;  // per ring pixel
+    std::vector<double> mag;
   };
-  // A ring pixel, in the row-major order of the table, with the offsets of
-  // its four neighbours (row * ladoPatch + column; replicated at the edges)
-  // for the 3-tap differences.
-  struct PontoAnel {
-    int esquerda, direita, acima, abaixo;
-    int anel;
-    float angulo;
+  // The ring pixels, in the row-major order of the table: the offsets of
+  // their four neighbours (row * ladoPatch + column; replicated at the edges)
+  // for the 3-tap differences, the first histogram element of their ring and
+  // their polar angle.
+  struct PontosAnel {
+    std::vector<int> esquerda, direita, acima, abaixo, inicioAnel;
+    std::vector<float> angulo;
   };
 
-  void histograma(const cv::Mat_<uchar>& patch, cv::Mat_<float>& hist) const;
+  void histograma(const cv::Mat_<uchar>& patch, cv::Mat_<float>& hist, Rascunho& r) const;
   void linha(const cv::Mat_<uchar>& image, const cv::KeyPoint& k, float* saida, Rascunho& r) const;
 
   NomesHog nomes_;
@@ -110,7 +112,7 @@ class HogAneis {
   int descriptorSize_, ladoNucleo_, ladoPatch_;
   double fracNucleo_, passo_;
   std::vector<int> contagem_;
-  std::vector<PontoAnel> pontos_;
+  PontosAnel pontos_;
   // The ring pixels and their neighbours: the only smoothed pixels read.
   cv::Rect regiaoLida_;
   GaussInteiro gauss_;
