@@ -78,9 +78,8 @@ TEST_P(CirculoTest, AnelNaDistanciaCertaConexoESimetrico) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Raios, CirculoTest,
-                         ::testing::Values(CasoCirculo{0, 1}, CasoCirculo{1, 1}, CasoCirculo{3, 1}, CasoCirculo{7, 1},
-                                           CasoCirculo{20, 1}, CasoCirculo{57, 1}, CasoCirculo{10, 2},
-                                           CasoCirculo{25, 3}, CasoCirculo{2, 6}));
+                         ::testing::Values(CasoCirculo{0, 1}, CasoCirculo{1, 1}, CasoCirculo{7, 1},
+                                           CasoCirculo{57, 1}, CasoCirculo{25, 3}, CasoCirculo{2, 6}));
 
 TEST(Circulo, RecortadoEFora) {
   struct Caso {

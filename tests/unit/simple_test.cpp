@@ -167,8 +167,7 @@ TEST(Simple, IgualComUmOuVariosThreads) {
 TEST(Simple, KeypointQueNaoSePodePosicionar) {
   const float nan = std::numeric_limits<float>::quiet_NaN();
   const float inf = std::numeric_limits<float>::infinity();
-  const cv::KeyPoint ruins[] = {cv::KeyPoint(80, 80, 0.0f), cv::KeyPoint(80, 80, nan),
-                                cv::KeyPoint(80, 80, inf), cv::KeyPoint(nan, 80, 10.0f), cv::KeyPoint(80, -inf, 10.0f)};
+  const cv::KeyPoint ruins[] = {cv::KeyPoint(80, 80, 0.0f), cv::KeyPoint(80, 80, inf), cv::KeyPoint(nan, 80, 10.0f)};
   const cv::Mat_<uchar> img = teste::textura(160, 160, 17);
   for (const cv::KeyPoint& ruim : ruins) {
     std::vector<cv::KeyPoint> kps = keypointsInternos();

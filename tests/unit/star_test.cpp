@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <set>
 #include <string>
 
@@ -44,10 +43,8 @@ TEST_P(StarReferencia, AchaOsMesmosKeypointsQueOpenCV) {
   cv::read(fs["keypoints"], ref);
   kStar.detect(leCinza(n + ".png"), nossos);
   const double achados = fracaoAchada(ref, nossos), nossosNaRef = fracaoAchada(nossos, ref);
-  std::printf("%s STAR: referencia %zu nossos %zu; achados %.3f, nossos na referencia %.3f\n", n.c_str(), ref.size(),
-              nossos.size(), achados, nossosNaRef);
-  EXPECT_GE(achados, 0.98);
-  EXPECT_GE(nossosNaRef, 0.98);
+  EXPECT_GE(achados, 0.98) << n;
+  EXPECT_GE(nossosNaRef, 0.98) << n;
   const std::set<float> tamanhos = {4, 6, 8, 12, 16, 22, 32, 46};
   for (const cv::KeyPoint& k : nossos) {
     EXPECT_EQ(k.pt.x, std::round(k.pt.x));
@@ -137,7 +134,6 @@ TEST(StarInvariancia, Rotacao) {
       [](const cv::Mat& i, const cv::Mat& m, std::vector<cv::KeyPoint>& k) { kStar.detect(i, k, m); }, img);
   for (int graus = 0; graus < 360; graus += 15) {
     const features::Repeticao r = inv.rotacao(graus);
-    std::printf("STAR rotacao %3d: repeticao %.3f de %d\n", graus, r.razao(), r.levados);
     ASSERT_GT(r.levados, 50);
     EXPECT_GE(r.razao(), 0.40) << graus;
   }

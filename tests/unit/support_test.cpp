@@ -140,8 +140,6 @@ TEST(Argumentos, ConvArgAcceptsOnlyWholeFiniteNumbers) {
   EXPECT_EQ(teste::mensagemDe([&] { tvm::convArg(n, "dez"); }), "Erro: numero inteiro invalido dez");
 }
 
-TEST(Argumentos, Minuscula) { EXPECT_EQ(tvm::minuscula("MatNN-X1"), "matnn-x1"); }
-
 TEST(Numeros, FileNumbersSkipCommentLines) {
   teste::PastaTemp pasta;
   teste::escreveTexto(pasta / "n.txt", "3 15\n//dist-ratio k1.pt.x 99\n  // outro 7\n2.5e+00 -4\nnan\n");
