@@ -40,6 +40,7 @@ maquina = dict(l.rstrip("\n").split("=", 1) for l in open(caminho("maquina.txt")
 partida = hyperfine("partida")
 keysift = hyperfine("keysift")
 matnn = hyperfine("matnn")
+cadeia_hf = hyperfine("cadeia")
 
 saida = []
 p = saida.append
@@ -141,20 +142,17 @@ for linha in open(caminho("es.txt")):
     es[arquivo] = (float(le), float(grava))
 
 
-def chain_s(i):
-    amostras = faltas[(i, cadeia[i].split()[0])]["com"]
-    return mediana(amostras, 1) * 1000.0
-
-
 o = caminho("cadeia")
 fatias = [
     ("KeySift data/img1.png", es[caminho("k-tool.xml")][1], ms(keysift["quivelar KeySift"]["median"]),
      "grava o store de keypoints"),
-    ("DesSift (cadeia, img1)", es[o + "/k1.xml"][0] + es[o + "/d1.xml"][1], chain_s(6),
+    ("DesSift (cadeia, img1)", es[o + "/k1.xml"][0] + es[o + "/d1.xml"][1],
+     ms(cadeia_hf["quivelar DesSift (cadeia, img1)"]["median"]),
      "le keypoints, grava descritores"),
     ("MatNN 5000 x 5000", es[caminho("d5000-1.xml")][0] + es[caminho("d5000-2.xml")][0] + es[caminho("m-tool.txt")][1],
      ms(matnn["quivelar MatNN"]["median"]), "le dois stores, grava o arquivo de casamentos"),
-    ("FiltMat (cadeia)", es[o + "/nn.txt"][0], chain_s(15), "le o arquivo de casamentos"),
+    ("FiltMat (cadeia)", es[o + "/nn.txt"][0], ms(cadeia_hf["quivelar FiltMat (cadeia)"]["median"]),
+     "le o arquivo de casamentos"),
 ]
 linhas = []
 fatia_max = 0.0
@@ -166,7 +164,7 @@ p("")
 p("## Parte da leitura e gravacao de stores")
 p("")
 p("Leitura e gravacao medidas com `es_stores` (nossas funcoes, mediana de 5, processo ja aquecido) nos arquivos "
-  "que as ferramentas escreveram; total = mediana da ferramenta inteira (hyperfine ou cadeia acima).")
+  "que as ferramentas escreveram; total = mediana da ferramenta inteira (hyperfine).")
 p("")
 p(tabela(["ferramenta", "E/S", "E/S ms", "total ms", "parte"], linhas))
 p("")
