@@ -125,6 +125,10 @@ TEST(Simple, CopiaEInplaceSaoDescritoresDiferentes) {
   SIMPLE('i', 6, 11).compute(img, keypointsInternos(), inplace);
   ASSERT_EQ(copia.size(), inplace.size());
   EXPECT_GT(distanciaRelativa(copia, inplace), 0.1);
+  // Inplace reads the blurred image: a 1-pixel kernel (no blur) must differ.
+  cv::Mat semBlur;
+  SIMPLE('i', 6, 1).compute(img, keypointsInternos(), semBlur);
+  EXPECT_GT(distanciaRelativa(semBlur, inplace), 0.1);
 }
 
 TEST(Simple, SegueOAnguloDoKeypoint) {
