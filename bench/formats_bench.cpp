@@ -37,28 +37,24 @@ void BM_GravaDescritores(benchmark::State& state) {
   fecha(state, arquivo);
 }
 
-void BM_LeDescritores(benchmark::State& state) {
+// Reads with `le`: the tools' reader, or the FileStorage path it falls back to.
+void leDescritoresCom(benchmark::State& state,
+                      void (*le)(const std::string&, std::vector<cv::KeyPoint>&, cv::Mat&)) {
   cena::PastaTemp pasta;
   const std::string arquivo = pasta.arquivo(std::string("des.") + kFormatos[state.range(0)]);
   formats::impDescritores(arquivo, dados().keypoints, dados().descriptors);
   std::vector<cv::KeyPoint> k;
   cv::Mat d;
-  for (auto _ : state) formats::leDescritores(arquivo, k, d);
+  for (auto _ : state) le(arquivo, k, d);
   if (d.rows != dados().descriptors.rows || cv::norm(d, dados().descriptors, cv::NORM_INF) != 0)
     state.SkipWithError("a leitura nao devolveu os descritores gravados");
   fecha(state, arquivo);
 }
 
+void BM_LeDescritores(benchmark::State& state) { leDescritoresCom(state, formats::leDescritores); }
+
 void BM_LeDescritoresFileStorage(benchmark::State& state) {
-  cena::PastaTemp pasta;
-  const std::string arquivo = pasta.arquivo(std::string("des.") + kFormatos[state.range(0)]);
-  formats::impDescritores(arquivo, dados().keypoints, dados().descriptors);
-  std::vector<cv::KeyPoint> k;
-  cv::Mat d;
-  for (auto _ : state) formats::leDescritoresFileStorage(arquivo, k, d);
-  if (d.rows != dados().descriptors.rows || cv::norm(d, dados().descriptors, cv::NORM_INF) != 0)
-    state.SkipWithError("a leitura nao devolveu os descritores gravados");
-  fecha(state, arquivo);
+  leDescritoresCom(state, formats::leDescritoresFileStorage);
 }
 
 void BM_GravaKeyPoints(benchmark::State& state) {
@@ -94,31 +90,24 @@ void BM_GravaMatch(benchmark::State& state) {
   state.counters["bytes"] = tamanho(arquivo);
 }
 
-void BM_LeMatch(benchmark::State& state) {
+// Reads with `le`: the tools' reader, or the fscanf path it falls back to.
+void leMatchCom(benchmark::State& state, void (*le)(std::vector<cv::DMatch>&, std::vector<cv::KeyPoint>&,
+                                                    std::vector<cv::KeyPoint>&, const std::string&)) {
   cena::PastaTemp pasta;
   const std::string arquivo = pasta.arquivo("match.txt");
   const std::vector<cv::DMatch> m = pares();
   formats::impMatch(m, dados().keypoints, dados().keypoints, arquivo);
   std::vector<cv::DMatch> lidos;
   std::vector<cv::KeyPoint> k1, k2;
-  for (auto _ : state) formats::leMatch(lidos, k1, k2, arquivo);
+  for (auto _ : state) le(lidos, k1, k2, arquivo);
   if (lidos.size() != m.size()) state.SkipWithError("a leitura nao devolveu os casamentos gravados");
   state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(m.size()));
   state.counters["bytes"] = tamanho(arquivo);
 }
 
-void BM_LeMatchFscanf(benchmark::State& state) {
-  cena::PastaTemp pasta;
-  const std::string arquivo = pasta.arquivo("match.txt");
-  const std::vector<cv::DMatch> m = pares();
-  formats::impMatch(m, dados().keypoints, dados().keypoints, arquivo);
-  std::vector<cv::DMatch> lidos;
-  std::vector<cv::KeyPoint> k1, k2;
-  for (auto _ : state) formats::leMatchFscanf(lidos, k1, k2, arquivo);
-  if (lidos.size() != m.size()) state.SkipWithError("a leitura nao devolveu os casamentos gravados");
-  state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(m.size()));
-  state.counters["bytes"] = tamanho(arquivo);
-}
+void BM_LeMatch(benchmark::State& state) { leMatchCom(state, formats::leMatch); }
+
+void BM_LeMatchFscanf(benchmark::State& state) { leMatchCom(state, formats::leMatchFscanf); }
 
 }  // namespace
 
