@@ -102,7 +102,9 @@ void somaColuna(const float* const* linhas, int w, int m, const uint16_t* k, flo
 }
 
 // The same passes with the sums of 16 outputs held in registers across all
-// the taps, instead of read and written back once per tap.
+// the taps, instead of read and written back once per tap. The last few
+// columns are summed one at a time: the whole-row loops above cost a fixed
+// overhead per tap that dwarfs a tail of under 16 columns.
 __attribute__((target("avx2"))) inline __m256i dezesseisBytes(const uint8_t* p) {
   return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
 }

@@ -44,6 +44,13 @@ const std::vector<float>& tabelaAtan() {
 // Out of line, so that the checks cost the histogram pass only a branch.
 [[noreturn]] __attribute__((noinline, cold)) void falha(const char* mensagem) { tvm::erro(mensagem); }
 
+// An angle in [0, 360) moved on by half a bin, so that bin 0 is centred on 0
+// degrees: bin b covers [b - 1/2, b + 1/2) bins modulo 360.
+inline double centraNoBin(double a, double passo) {
+  const double b = a + passo * 0.5;
+  return b >= 360.0 ? b - 360.0 : b;
+}
+
 // For every ring pixel, from its differences: the orientation bin of its
 // gradient direction relative to its polar angle (HogAneis::quantiza without
 // its range checks, which hold by construction: both angles lie in
@@ -55,13 +62,10 @@ __attribute__((target_clones("avx2", "default"))) void binsEMagnitudes(int n, co
                                                                        const float* __restrict angulo,
                                                                        const float* __restrict atan, double passo,
                                                                        int* __restrict bin, double* __restrict mag) {
-  const double meio = passo * 0.5;
   for (int i = 0; i < n; ++i) {
     double rel = static_cast<double>(atan[dy[i] * ladoAtan + dx[i]] - angulo[i]);
     rel = rel < 0.0 ? rel + 360.0 : rel;
-    double b = rel + meio;
-    b = b >= 360.0 ? b - 360.0 : b;
-    bin[i] = static_cast<int>(b / passo);
+    bin[i] = static_cast<int>(centraNoBin(rel, passo) / passo);
     mag[i] = std::sqrt(static_cast<double>(dx[i] * dx[i] + dy[i] * dy[i]));
   }
 }
@@ -123,8 +127,7 @@ void HogAneis::fechaTabela() {
 
 int HogAneis::quantiza(double a) const {
   if (!(a >= 0.0 && a < 360.0)) falha(nomes_.quantiza1);
-  double b = a + passo_ * 0.5;
-  if (b >= 360.0) b -= 360.0;
+  const double b = centraNoBin(a, passo_);
   if (!(b >= 0.0 && b < 360.0)) falha(nomes_.quantiza2);
   const int bin = static_cast<int>(b / passo_);
   if (bin < 0 || bin >= nbins_) falha(nomes_.quantizaInesperado);
