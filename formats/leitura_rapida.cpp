@@ -116,10 +116,8 @@ struct Cursor {
 class ColetorKeyPoints {
  public:
   bool adiciona(const Numero& n) {
-    const double v = n.valor;
-    // Values the ordinary reader would overflow while converting.
-    if (k_ < 5 ? (v > FLT_MAX || v < -FLT_MAX) : !(v > -2147483649.0 && v < 2147483648.0)) return false;
-    campos_[k_++] = v;
+    if (!campoRepresentavel(k_, n.valor)) return false;
+    campos_[k_++] = n.valor;
     if (k_ == kCampos) {
       keypoints_.push_back(keyPointDeCampos(campos_));
       k_ = 0;
@@ -375,6 +373,11 @@ class Palavras {
 };
 
 }  // namespace
+
+bool campoRepresentavel(int campo, double v) {
+  // Five floats, then octave and class_id, which truncate towards zero.
+  return campo < 5 ? (v <= FLT_MAX && v >= -FLT_MAX) : (v > -2147483649.0 && v < 2147483648.0);
+}
 
 cv::KeyPoint keyPointDeCampos(const double campos[kCampos]) {
   return cv::KeyPoint(static_cast<float>(campos[0]), static_cast<float>(campos[1]), static_cast<float>(campos[2]),

@@ -45,4 +45,8 @@ bool leMatchRapido(const std::string& file, std::vector<cv::DMatch>& matches, st
 // class_id, converted as the ordinary store reader converts them.
 cv::KeyPoint keyPointDeCampos(const double campos[7]);
 
+// Whether stored field `campo` (0-6, in the order above) holds `v` without
+// overflowing the float or int it is converted to.
+bool campoRepresentavel(int campo, double v);
+
 }  // namespace formats

@@ -18,10 +18,11 @@ namespace {
 
 constexpr int kCamposKeyPoint = 7;
 
-double numero(const cv::FileNode& node, const std::string& file) {
+double numero(const cv::FileNode& node, int campo, const std::string& file) {
   if (!node.isReal() && !node.isInt()) tvm::erro("Erro: keypoints malformados em ", file);
   const double v = node.real();
   if (!std::isfinite(v)) tvm::erro("Erro: valor nao finito nos keypoints de ", file);
+  if (!campoRepresentavel(campo, v)) tvm::erro("Erro: keypoints malformados em ", file);
   return v;
 }
 
@@ -35,7 +36,7 @@ std::vector<cv::KeyPoint> leNodeKeyPoints(const cv::FileNode& node, const std::s
     keypoints.reserve(node.size());
     for (const cv::FileNode& item : node) {
       if (!item.isSeq() || item.size() != kCamposKeyPoint) tvm::erro("Erro: keypoints malformados em ", file);
-      for (int k = 0; k < kCamposKeyPoint; ++k) campos[k] = numero(item[k], file);
+      for (int k = 0; k < kCamposKeyPoint; ++k) campos[k] = numero(item[k], k, file);
       keypoints.push_back(keyPointDeCampos(campos));
     }
     return keypoints;
@@ -44,7 +45,8 @@ std::vector<cv::KeyPoint> leNodeKeyPoints(const cv::FileNode& node, const std::s
   keypoints.reserve(node.size() / kCamposKeyPoint);
   int k = 0;
   for (const cv::FileNode& item : node) {
-    campos[k++] = numero(item, file);
+    campos[k] = numero(item, k, file);
+    ++k;
     if (k == kCamposKeyPoint) {
       keypoints.push_back(keyPointDeCampos(campos));
       k = 0;

@@ -102,6 +102,9 @@ TEST(Stores, BadStoresStopWithTheFileNamed) {
   teste::escreveTexto(pasta / "seis.yml", "%YAML:1.0\n---\nkeypoints: [ 1, 2, 3, 4, 5, 6 ]\n");
   teste::escreveTexto(pasta / "texto.yml", "%YAML:1.0\n---\nkeypoints: [ 1, 2, 3, 4, 5, abc, 7 ]\n");
   teste::escreveTexto(pasta / "nan.yml", "%YAML:1.0\n---\nkeypoints: [ .nan, 2, 3, 4, 5, 6, 7 ]\n");
+  // Finite, but beyond the float or int the field becomes.
+  teste::escreveTexto(pasta / "octave.yml", "%YAML:1.0\n---\nkeypoints: [ 1, 2, 3, 4, 5, 8.3e17, 7 ]\n");
+  teste::escreveTexto(pasta / "x.yml", "%YAML:1.0\n---\nkeypoints: [ [ 1e39, 2, 3, 4, 5, 6, 7 ] ]\n");
   teste::escreveTexto(pasta / "lixo.xml", "<?xml version=\"1.0\"?>\n<opencv_storage><keypoints>1 2</opencv");
   // OpenCV's parser reads past its buffer on a NUL inside the header.
   teste::escreveTexto(pasta / "nul.xml", std::string("a<?xml version=") + std::string(31, '\0') +
@@ -117,6 +120,8 @@ TEST(Stores, BadStoresStopWithTheFileNamed) {
       {"seis.yml", "Erro: keypoints malformados em "},
       {"texto.yml", "Erro: keypoints malformados em "},
       {"nan.yml", "Erro: valor nao finito nos keypoints de "},
+      {"octave.yml", "Erro: keypoints malformados em "},
+      {"x.yml", "Erro: keypoints malformados em "},
       {"lixo.xml", "Erro abertura arquivo "},
       {"nul.xml", "Erro abertura arquivo "},
       {"falta.xml", "Erro abertura arquivo "},
