@@ -3,6 +3,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include <cmath>
 #include <cstdio>
 #include <stdexcept>
 
@@ -68,6 +69,31 @@ std::vector<cv::Point> pixelsDaCor(const cv::Mat_<cv::Vec3b>& img, cv::Vec3b cor
     for (int c = 0; c < img.cols; ++c)
       if (img(r, c) == cor) pts.emplace_back(c, r);
   return pts;
+}
+
+std::vector<cv::KeyPoint> leReferencia(const std::string& nome, cv::Mat* desc) {
+  cv::FileStorage fs(std::string(QUIVELAR_DATA) + "/../tests/data/reference/" + nome, cv::FileStorage::READ);
+  if (!fs.isOpened()) throw std::runtime_error("nao leu " + nome);
+  std::vector<cv::KeyPoint> kps;
+  cv::read(fs["keypoints"], kps);
+  if (desc) fs["descriptors"] >> *desc;
+  return kps;
+}
+
+int parceiro(const cv::KeyPoint& k, const std::vector<cv::KeyPoint>& b) {
+  int melhor = -1;
+  double dMelhor = 1.5 * 1.5;
+  for (size_t j = 0; j < b.size(); ++j) {
+    const double dx = b[j].pt.x - k.pt.x, dy = b[j].pt.y - k.pt.y, d = dx * dx + dy * dy;
+    if (d <= dMelhor && std::fabs(b[j].size - k.size) <= 0.1 * k.size) dMelhor = d, melhor = static_cast<int>(j);
+  }
+  return melhor;
+}
+
+double fracaoAchada(const std::vector<cv::KeyPoint>& a, const std::vector<cv::KeyPoint>& b) {
+  int n = 0;
+  for (const cv::KeyPoint& k : a) n += parceiro(k, b) >= 0;
+  return a.empty() ? 0.0 : static_cast<double>(n) / a.size();
 }
 
 void salva(const cv::Mat& img, const std::string& arquivo) {

@@ -28,6 +28,14 @@ cv::Mat leCinzaDeDados(const std::string& nome);
 // Where `img` has exactly colour `cor`, as (column, row) points.
 std::vector<cv::Point> pixelsDaCor(const cv::Mat_<cv::Vec3b>& img, cv::Vec3b cor);
 
+// What OpenCV's own detectors stored for the data/ views (tests/data/reference):
+// the keypoints, and the descriptors into `desc` when asked.
+std::vector<cv::KeyPoint> leReferencia(const std::string& nome, cv::Mat* desc = nullptr);
+// Index of the keypoint of `b` nearest to `k` within 1.5 px whose size is
+// within 10 % of k's, or -1; and the share of `a` that has such a partner.
+int parceiro(const cv::KeyPoint& k, const std::vector<cv::KeyPoint>& b);
+double fracaoAchada(const std::vector<cv::KeyPoint>& a, const std::vector<cv::KeyPoint>& b);
+
 void salva(const cv::Mat& img, const std::string& arquivo);
 // Writes a 3x3 transform file, one row per line.
 void salvaMat33(const cv::Matx33d& H, const std::string& arquivo);

@@ -2,74 +2,47 @@
 #include "keypoints/key_detect.hpp"
 #include "keypoints/key_edit.hpp"
 #include "keypoints/key_rand.hpp"
-#include "support/erro.hpp"
-
 #include "tests/common/erros.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <functional>
 #include <optional>
 #include <set>
 #include <string>
+#include <tuple>
 
 namespace {
 
 using keypoints::ParamRand;
 
-// ---------------------------------------------------------------- the canvas rule
-
-struct CasoCanvas {
-  const char* nome;
-  float x, y, size;
-  bool intersecta;
-};
-
-class Canvas : public testing::TestWithParam<CasoCanvas> {};
-
-// Image 100 columns x 80 rows.
-TEST_P(Canvas, LeftTopTouchFitsRightBottomTouchDoesNot) {
-  const CasoCanvas& c = GetParam();
-  EXPECT_EQ(keypoints::intersectaCanvas(c.x, c.y, c.size, 100, 80), c.intersecta);
+// Image 100 columns x 80 rows: touching the left or top edge fits, reaching
+// the right or bottom limit does not.
+TEST(Canvas, LeftTopTouchFitsRightBottomTouchDoesNot) {
+  // (x, y, size, reaches outside): touching and just past each edge, an odd
+  // radius, a zero size on the right limit.
+  const std::tuple<float, float, float, bool> casos[] = {
+      {5, 40, 10, false}, {4.99f, 40, 10, true}, {95, 40, 10, true}, {94.99f, 40, 10, false},
+      {50, 5, 10, false}, {50, 4.5f, 10, true},  {50, 75, 10, true}, {50, 74.5f, 10, false},
+      {5.5f, 5.5f, 11, false}, {100, 40, 0, true}};
+  for (const auto& [x, y, size, fora] : casos)
+    EXPECT_EQ(keypoints::intersectaCanvas(x, y, size, 100, 80), fora) << x << " " << y << " " << size;
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Casos, Canvas,
-    testing::Values(CasoCanvas{"TocaEsquerda", 5, 40, 10, false}, CasoCanvas{"PassaEsquerda", 4.99f, 40, 10, true},
-                    CasoCanvas{"TocaDireita", 95, 40, 10, true}, CasoCanvas{"QuaseDireita", 94.99f, 40, 10, false},
-                    CasoCanvas{"TocaTopo", 50, 5, 10, false}, CasoCanvas{"PassaTopo", 50, 4.5f, 10, true},
-                    CasoCanvas{"TocaFundo", 50, 75, 10, true}, CasoCanvas{"QuaseFundo", 50, 74.5f, 10, false},
-                    CasoCanvas{"RaioImpar", 5.5f, 5.5f, 11, false},
-                    CasoCanvas{"TamanhoZeroNoLimite", 100, 40, 0, true}),
-    [](const testing::TestParamInfo<CasoCanvas>& i) { return std::string(i.param.nome); });
-
-// ---------------------------------------------------------------- KeySurf's two configurations
 
 TEST(SurfDoKeySurf, AThresholdAlsoDropsALayerAndExtends) {
-  struct Caso {
-    std::optional<double> limiar;
-    double hessian;
-    int camadas;
-    bool extended;
-  };
-  for (const Caso c : {Caso{std::nullopt, 100, 3, false}, Caso{8000.0, 8000, 2, true}, Caso{100.0, 100, 2, true}}) {
-    const features::SURF s = keypoints::surfDoKeySurf(c.limiar);
-    EXPECT_EQ(s.hessianThreshold(), c.hessian);
-    EXPECT_EQ(s.nOctaveLayers(), c.camadas);
-    EXPECT_EQ(s.extended(), c.extended);
+  for (const std::optional<double> limiar : {std::optional<double>(), {8000.0}, {100.0}}) {
+    const features::SURF s = keypoints::surfDoKeySurf(limiar);
+    EXPECT_EQ(s.hessianThreshold(), limiar.value_or(100.0));
+    EXPECT_EQ(s.nOctaveLayers(), limiar ? 2 : 3);
+    EXPECT_EQ(s.extended(), limiar.has_value());
   }
 }
-
-// ---------------------------------------------------------------- KeyCgSize / KeyGrande work
 
 TEST(MudaTamanho, NegativeFactorIsAccepted) {
   std::vector<cv::KeyPoint> negativo = {cv::KeyPoint(1, 2, 3.0f)};
   ASSERT_TRUE(keypoints::mudaTamanho(negativo, -2));  // a negative factor is the user's choice
   EXPECT_EQ(negativo[0].size, -6.0f);
 }
-
-// ---------------------------------------------------------------- KeyRand's generator
 
 struct Pares {
   std::vector<cv::KeyPoint> a, b;
@@ -84,86 +57,57 @@ Pares gera(cv::Size s, const cv::Matx33d& M, int n, const ParamRand& p = ParamRa
 cv::Matx33d translacao(double tx, double ty) { return cv::Matx33d(1, 0, tx, 0, 1, ty, 0, 0, 1); }
 
 TEST(GeraPares, NonPositiveNGivesNothing) {
-  for (int n : {0, -5}) {
-    const Pares p = gera({100, 100}, cv::Matx33d::eye(), n);
-    EXPECT_TRUE(p.a.empty()) << n;
-    EXPECT_TRUE(p.b.empty()) << n;
-  }
+  for (int n : {0, -5}) EXPECT_TRUE(gera({100, 100}, cv::Matx33d::eye(), n).b.empty()) << n;
 }
 
-TEST(GeraPares, IdentityCopiesWithAnglesFoldedToMinus180To180) {
-  const Pares p = gera({120, 90}, cv::Matx33d::eye(), 400);
-  ASSERT_EQ(p.a.size(), 400u);
-  ASSERT_EQ(p.b.size(), 400u);
-  bool viuDobra = false;
-  for (size_t i = 0; i < p.a.size(); ++i) {
-    const cv::KeyPoint &a = p.a[i], &b = p.b[i];
-    EXPECT_FALSE(keypoints::intersectaCanvas(a.pt.x, a.pt.y, a.size, 120, 90));
-    EXPECT_EQ(a.pt.x, std::floor(a.pt.x));
-    EXPECT_GE(a.size, 30.0f);
-    EXPECT_LE(a.size, 39.0f);
-    EXPECT_EQ(a.size, std::floor(a.size));
-    EXPECT_GE(a.angle, 0.0f);
-    EXPECT_LE(a.angle, 359.0f);
-
-    EXPECT_EQ(b.pt, a.pt);
-    EXPECT_NEAR(b.size, a.size, 1e-4);
-    const float esperado = a.angle > 180 ? a.angle - 360 : a.angle;
-    EXPECT_NEAR(b.angle, esperado, 1e-3) << a.angle;
-    if (a.angle > 180) viuDobra = true;
-  }
-  EXPECT_TRUE(viuDobra);
-}
-
-TEST(GeraPares, TranslatedPartnerMustFitInImageAsFrame) {
-  const int W = 100, H = 80;
-  const double tx = 30, ty = -12;
-  const Pares p = gera({W, H}, translacao(tx, ty), 200);
-  ASSERT_EQ(p.a.size(), 200u);
-  for (size_t i = 0; i < p.a.size(); ++i) {
-    const cv::KeyPoint &a = p.a[i], &b = p.b[i];
-    EXPECT_FLOAT_EQ(b.pt.x, a.pt.x + tx);
-    EXPECT_FLOAT_EQ(b.pt.y, a.pt.y + ty);
-    EXPECT_NEAR(b.size, a.size, 1e-4);
-    // Both circles inside the W x H frame: a alone could sit anywhere.
-    EXPECT_LT(b.pt.x + 0.5 * b.size, W);
-    EXPECT_GE(b.pt.y - 0.5 * b.size, 0);
-    EXPECT_GE(a.pt.x - 0.5 * a.size, 0);
-  }
-}
-
-TEST(GeraPares, QuarterTurnAddsNinetyDegrees) {
-  // Counter-clockwise as seen on screen (y down) about the image centre.
-  const double c = 0.5 * (100 - 1);
-  const cv::Matx33d M(0, 1, 0, -1, 0, 2 * c, 0, 0, 1);
-  const Pares p = gera({100, 100}, M, 200);
-  ASSERT_EQ(p.a.size(), 200u);
-  for (size_t i = 0; i < p.a.size(); ++i) {
-    const cv::KeyPoint &a = p.a[i], &b = p.b[i];
-    EXPECT_NEAR(b.pt.x, a.pt.y, 1e-4);
-    EXPECT_NEAR(b.pt.y, 2 * c - a.pt.x, 1e-4);
-    EXPECT_NEAR(b.size, a.size, 1e-3);
-    double d = std::fmod(b.angle - (a.angle + 90.0) + 720.0, 360.0);
-    if (d > 180) d -= 360;
-    EXPECT_NEAR(d, 0.0, 1e-3) << a.angle << " -> " << b.angle;
-    EXPECT_GE(b.angle, -180.0f);
-    EXPECT_LE(b.angle, 180.0f);
+TEST(GeraPares, PartnerIsTheMappedKeypointAndBothFitImageA) {
+  struct Caso {
+    const char* nome;
+    cv::Size s;
+    cv::Matx33d M;
+    double giro;  // degrees the transform adds to the angle
+  };
+  // The quarter turn is counter-clockwise as seen on screen (y down) about the image centre.
+  const Caso casos[] = {{"identidade", {120, 90}, cv::Matx33d::eye(), 0},
+                        {"translacao", {100, 80}, translacao(30, -12), 0},
+                        {"quarto de volta", {100, 100}, cv::Matx33d(0, 1, 0, -1, 0, 99, 0, 0, 1), 90}};
+  for (const Caso& c : casos) {
+    const Pares p = gera(c.s, c.M, 300);
+    ASSERT_TRUE(p.a.size() == 300 && p.b.size() == 300) << c.nome;
+    bool viuDobra = false;
+    for (size_t i = 0; i < p.a.size(); ++i) {
+      const cv::KeyPoint &a = p.a[i], &b = p.b[i];
+      SCOPED_TRACE(std::string(c.nome) + " " + std::to_string(i));
+      // Drawn as whole numbers: diameter 30..39, angle 0..359.
+      EXPECT_TRUE(a.pt.x == std::floor(a.pt.x) && a.pt.y == std::floor(a.pt.y) && a.size == std::floor(a.size) &&
+                  a.angle == std::floor(a.angle));
+      EXPECT_TRUE(a.size >= 30 && a.size <= 39 && a.angle >= 0 && a.angle <= 359) << a.size << " " << a.angle;
+      const cv::Point3d m = c.M * cv::Point3d(a.pt.x, a.pt.y, 1.0);
+      EXPECT_NEAR(b.pt.x, m.x, 1e-4);
+      EXPECT_NEAR(b.pt.y, m.y, 1e-4);
+      EXPECT_NEAR(b.size, a.size, 1e-3);
+      // atan2's angle, folded to -180..180.
+      EXPECT_TRUE(b.angle >= -180 && b.angle <= 180) << b.angle;
+      double d = std::fmod(b.angle - (a.angle + c.giro) + 720.0, 360.0);
+      EXPECT_NEAR(d > 180 ? d - 360 : d, 0.0, 1e-3) << a.angle << " -> " << b.angle;
+      viuDobra |= b.angle < 0;
+      // Both circles inside a frame the size of image a.
+      EXPECT_FALSE(keypoints::intersectaCanvas(a.pt.x, a.pt.y, a.size, c.s.width, c.s.height));
+      EXPECT_FALSE(keypoints::intersectaCanvas(b.pt.x, b.pt.y, b.size, c.s.width, c.s.height));
+    }
+    EXPECT_TRUE(viuDobra) << c.nome;
   }
 }
 
 TEST(GeraPares, PerturbationsAreWholeAndBounded) {
   ParamRand q;
-  q.pertPt = 2;
-  q.pertDiam = 3;
-  q.pertDeg = 5;
+  std::tie(q.pertPt, q.pertDiam, q.pertDeg) = std::tuple(2, 3, 5);
   const Pares p = gera({150, 150}, cv::Matx33d::eye(), 300, q);
   ASSERT_EQ(p.a.size(), 300u);
   std::set<int> dx, dd, dg;
   for (size_t i = 0; i < p.a.size(); ++i) {
     const cv::KeyPoint &a = p.a[i], &b = p.b[i];
-    const double ex = b.pt.x - a.pt.x, ed = b.size - a.size;
-    const double base = a.angle > 180 ? a.angle - 360 : a.angle;
-    const double eg = b.angle - base;
+    const double ex = b.pt.x - a.pt.x, ed = b.size - a.size, eg = b.angle - (a.angle > 180 ? a.angle - 360 : a.angle);
     EXPECT_EQ(ex, std::round(ex));
     EXPECT_NEAR(ed, std::round(ed), 1e-3);
     EXPECT_NEAR(eg, std::round(eg), 1e-3);
@@ -178,33 +122,25 @@ TEST(GeraPares, PerturbationsAreWholeAndBounded) {
   EXPECT_EQ(*dg.rbegin(), 5);
 }
 
+// Equal diameters and a drawing that never fits have their exact messages in
+// mensagens_cli_test; these are the other ways to a hopeless request.
 TEST(GeraPares, HopelessCasesStopWithAMessage) {
   struct Caso {
     const char* nome;
-    cv::Size s;
     cv::Matx33d M;
     ParamRand p;
     const char* inicio;
   };
-  ParamRand iguaisDiam;
-  iguaisDiam.diamMin = iguaisDiam.diamMax = 30;
   ParamRand invertidos;
-  invertidos.diamMin = 40;
-  invertidos.diamMax = 30;
-  ParamRand grandes;
-  grandes.diamMin = 200;
-  grandes.diamMax = 210;
+  std::tie(invertidos.diamMin, invertidos.diamMax) = std::tuple(40, 30);
   const Caso casos[] = {
-      {"diamMax igual", {100, 100}, cv::Matx33d::eye(), iguaisDiam, "Erro: diamMax deve ser maior que diamMin"},
-      {"diamMax menor", {100, 100}, cv::Matx33d::eye(), invertidos, "Erro: diamMax deve ser maior que diamMin"},
-      {"nao cabe", {100, 100}, cv::Matx33d::eye(), grandes, "Erro: nenhum keypoint cabe na imagem"},
-      {"tudo para fora", {100, 100}, translacao(500, 0), ParamRand(), "Erro: nenhum keypoint cabe na imagem"},
+      {"diamMax menor", cv::Matx33d::eye(), invertidos, "Erro: diamMax deve ser maior que diamMin"},
+      {"tudo para fora", translacao(500, 0), ParamRand(), "Erro: nenhum keypoint cabe na imagem"},
       // w = 0 everywhere: the partner is not a number and must not be kept
-      {"infinito", {100, 100}, cv::Matx33d(1, 0, 0, 0, 1, 0, 0, 0, 0), ParamRand(),
-       "Erro: nenhum keypoint cabe na imagem"},
+      {"infinito", cv::Matx33d(1, 0, 0, 0, 1, 0, 0, 0, 0), ParamRand(), "Erro: nenhum keypoint cabe na imagem"},
   };
   for (const Caso& c : casos) {
-    const std::string m = teste::mensagemDe([&] { gera(c.s, c.M, 3, c.p); });
+    const std::string m = teste::mensagemDe([&] { gera({100, 100}, c.M, 3, c.p); });
     EXPECT_EQ(m.rfind(c.inicio, 0), 0u) << c.nome << ": " << m;
   }
 }
