@@ -1,16 +1,22 @@
-// The Key* tools on the real binary: count lines and the stores they leave
-// behind (usage blocks and messages are in mensagens_cli_test).
+// The Key* and Des* tools on the real binary: count lines and the stores they
+// leave behind, bit for bit those of the computation they wrap (usage blocks
+// and messages are in mensagens_cli_test).
+#include "descriptors/forapro.hpp"
+#include "descriptors/riff.hpp"
+#include "descriptors/rihog.hpp"
+#include "descriptors/ruhog.hpp"
+#include "descriptors/simple.hpp"
+#include "features/surf.hpp"
 #include "formats/stores.hpp"
 #include "keypoints/key_detect.hpp"
 #include "tests/common/cli.hpp"
 #include "tests/common/pasta_temp.hpp"
 #include "tests/common/sinteticas.hpp"
 
+#include <gtest/gtest.h>
 #include <opencv2/features2d.hpp>
 
-#include <gtest/gtest.h>
-
-#include <cstdio>
+#include <algorithm>
 #include <functional>
 #include <optional>
 #include <string>
@@ -20,103 +26,44 @@ namespace {
 
 using Lista = std::vector<cv::KeyPoint>;
 
-bool iguais(const cv::KeyPoint& u, const cv::KeyPoint& v) {
-  return u.pt == v.pt && u.size == v.size && u.angle == v.angle && u.response == v.response &&
-         u.octave == v.octave && u.class_id == v.class_id;
+// `arquivo` holds exactly `esperada` (floats print round-trip exact: equal texts, equal bits).
+void confereStore(const std::string& arquivo, const Lista& esperada) {
+  teste::PastaTemp p;
+  formats::impKeyPoints(p / "e.xml", esperada);
+  EXPECT_EQ(teste::leTexto(arquivo), teste::leTexto(p / "e.xml"));
 }
 
-void esperaIguais(const Lista& obtida, const Lista& esperada, const std::string& contexto) {
-  ASSERT_EQ(obtida.size(), esperada.size()) << contexto;
-  for (size_t i = 0; i < obtida.size(); ++i)
-    EXPECT_TRUE(iguais(obtida[i], esperada[i]))
-        << contexto << " #" << i << ": " << obtida[i].pt << " " << obtida[i].size << " vs " << esperada[i].pt << " "
-        << esperada[i].size;
-}
-
-// ---------------------------------------------------------------- detectors
-
-struct CasoDetector {
-  const char* nome;
-  std::vector<std::string> args;  // after "<tool> img.png k.xml"
-  const char* ferramenta;
-  const char* formato;            // count line
-  std::function<Lista(const cv::Mat_<uchar>&)> referencia;
-  cv::Size tamanho = {128, 96};   // STAR's largest filter needs a wide border
-  bool tambemPlana = false;       // also run on a flat image, which has no keypoints
-};
-
-class Detector : public testing::TestWithParam<CasoDetector> {};
-
-// The store holds exactly what the detector returns, also when that is nothing.
-TEST_P(Detector, WritesExactlyWhatTheDetectorFinds) {
-  const CasoDetector& c = GetParam();
-  for (const bool plana : {false, true}) {
-    if (plana && !c.tambemPlana) continue;
-    teste::PastaTemp pasta;
-    const cv::Mat_<uchar> img =
-        plana ? teste::uniforme(60, 80, 128) : teste::textura(c.tamanho.height, c.tamanho.width, 5);
-    teste::salva(img, pasta / "img.png");
-    std::vector<std::string> args = {c.ferramenta, "img.png", "k.xml"};
-    args.insert(args.end(), c.args.begin(), c.args.end());
-
-    const teste::Execucao e = teste::roda(args, pasta.caminho());
-    ASSERT_EQ(e.status, 0) << e.err;
-    EXPECT_EQ(e.err, "");
-    const Lista esperada = c.referencia(img);
-    if (plana) {
-      EXPECT_TRUE(esperada.empty());
-    } else {
-      EXPECT_GT(esperada.size(), 5u) << "a textured image should give keypoints";
+// On a texture (STAR's largest filter needs a wide border) and on a flat
+// image, which has no keypoints.
+TEST(Detectores, WriteExactlyWhatTheDetectorFinds) {
+  const struct {
+    std::vector<std::string> args;  // the tool word, then what follows "img.png k.xml"
+    std::string contagem;           // the count line, before the number
+    std::function<void(const cv::Mat&, Lista&)> referencia;
+  } casos[] = {
+      {{"KeySift"}, "KeyPoints k=", [](auto& i, auto& k) { cv::SIFT::create(0, 3, 0.04, 10.0, 1.6)->detect(i, k); }},
+      {{"KeySift", "25.9", "2.7"}, "KeyPoints k=", [](auto& i, auto& k) { cv::SIFT::create(25, 2, 0.04, 10.0, 1.6)->detect(i, k); }},
+      {{"KeyFast"}, "Keypoints=", [](auto& i, auto& k) { cv::FastFeatureDetector::create(10, true)->detect(i, k); }},
+      {{"KeyFast", "40"}, "Keypoints=", [](auto& i, auto& k) { cv::FastFeatureDetector::create(40, true)->detect(i, k); }},
+      {{"KeySurf"}, "Keypoints=", [](auto& i, auto& k) { keypoints::surfDoKeySurf(std::nullopt).detect(i, k); }},
+      {{"KeySurf", "500"}, "Keypoints=", [](auto& i, auto& k) { keypoints::surfDoKeySurf(500.0).detect(i, k); }},
+      {{"KeyStar"}, "Keypoints=", [](auto& i, auto& k) { keypoints::starDoKeyStar().detect(i, k); }},
+  };
+  for (const auto& c : casos)
+    for (const cv::Mat_<uchar>& img : {teste::textura(200, 266, 5), teste::uniforme(60, 80, 128)}) {
+      SCOPED_TRACE(testing::PrintToString(c.args));
+      teste::PastaTemp pasta;
+      teste::salva(img, pasta / "img.png");
+      std::vector<std::string> args = {c.args[0], "img.png", "k.xml"};
+      args.insert(args.end(), c.args.begin() + 1, c.args.end());
+      Lista esperada;
+      c.referencia(img, esperada);
+      EXPECT_EQ(esperada.empty(), img.rows == 60);
+      EXPECT_EQ(teste::rodaBem(args, pasta.caminho()), c.contagem + std::to_string(esperada.size()) + "\n");
+      confereStore(pasta / "k.xml", esperada);
+      EXPECT_EQ(pasta.conteudo(), (std::vector<std::string>{"img.png", "k.xml"}));
     }
-    char linha[64];
-    std::snprintf(linha, sizeof linha, c.formato, static_cast<unsigned>(esperada.size()));
-    EXPECT_EQ(teste::semTempo(e.out), linha);
-    esperaIguais(formats::leKeyPoints(pasta / "k.xml"), esperada, plana ? "plana" : "textura");
-    EXPECT_EQ(pasta.conteudo(), (std::vector<std::string>{"img.png", "k.xml"}));
-  }
 }
-
-Lista opencvSift(const cv::Mat& img, int nfeatures, int nOctaveLayers) {
-  Lista k;
-  cv::SIFT::create(nfeatures, nOctaveLayers, 0.04, 10.0, 1.6)->detect(img, k);
-  return k;
-}
-
-Lista opencvFast(const cv::Mat& img, int limiar) {
-  Lista k;
-  cv::FastFeatureDetector::create(limiar, true)->detect(img, k);
-  return k;
-}
-
-Lista nossoSurf(const cv::Mat& img, std::optional<double> limiar) {
-  Lista k;
-  keypoints::surfDoKeySurf(limiar).detect(img, k);
-  return k;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Casos, Detector,
-    testing::Values(
-        CasoDetector{"SiftPadrao", {}, "KeySift", "KeyPoints k=%u\n", [](auto& i) { return opencvSift(i, 0, 3); },
-                     {128, 96}, true},
-        CasoDetector{"SiftTrunca", {"25.9", "2.7"}, "KeySift", "KeyPoints k=%u\n",
-                     [](auto& i) { return opencvSift(i, 25, 2); }},
-        CasoDetector{"FastPadrao", {}, "KeyFast", "Keypoints=%u\n", [](auto& i) { return opencvFast(i, 10); },
-                     {128, 96}, true},
-        CasoDetector{"FastLimiar40", {"40"}, "KeyFast", "Keypoints=%u\n", [](auto& i) { return opencvFast(i, 40); }},
-        CasoDetector{"SurfPadrao", {}, "KeySurf", "Keypoints=%u\n",
-                     [](auto& i) { return nossoSurf(i, std::nullopt); }, {128, 96}, true},
-        CasoDetector{"SurfLimiar", {"500"}, "KeySurf", "Keypoints=%u\n", [](auto& i) { return nossoSurf(i, 500.0); }},
-        CasoDetector{"Star", {}, "KeyStar", "Keypoints=%u\n",
-                     [](auto& i) {
-                       Lista k;
-                       keypoints::starDoKeyStar().detect(i, k);
-                       return k;
-                     },
-                     {266, 200}, true}),
-    [](const testing::TestParamInfo<CasoDetector>& i) { return std::string(i.param.nome); });
-
-// ---------------------------------------------------------------- KeyRand
 
 TEST(KeyRand, SameSeedSameFilesAndOptionsReachTheGenerator) {
   teste::PastaTemp pasta;
@@ -124,46 +71,30 @@ TEST(KeyRand, SameSeedSameFilesAndOptionsReachTheGenerator) {
   teste::salva(teste::uniforme(400, 400, 50), pasta / "b.png");  // its size must not matter
   teste::salvaMat33(cv::Matx33d(1, 0, 60, 0, 1, 5, 0, 0, 1), pasta / "t.txt");
   const std::vector<std::string> args = {"KeyRand", "a.png", "b.png", "t.txt", "40", "ka.xml", "kb.xml",
-                                         "SEED=99",  "diamMin=10", "diammax=20"};
-  const teste::Execucao e1 = teste::roda(args, pasta.caminho());
-  ASSERT_EQ(e1.status, 0) << e1.err;
-  EXPECT_EQ(teste::semTempo(e1.out), "");
-  EXPECT_EQ(e1.err, "");
-  const std::string a1 = teste::leTexto(pasta / "ka.xml"), b1 = teste::leTexto(pasta / "kb.xml");
-
-  const teste::Execucao e2 = teste::roda(args, pasta.caminho());
-  ASSERT_EQ(e2.status, 0) << e2.err;
-  EXPECT_EQ(teste::leTexto(pasta / "ka.xml"), a1);
-  EXPECT_EQ(teste::leTexto(pasta / "kb.xml"), b1);
-
-  const Lista a = formats::leKeyPoints(pasta / "ka.xml"), b = formats::leKeyPoints(pasta / "kb.xml");
-  ASSERT_EQ(a.size(), 40u);
-  ASSERT_EQ(b.size(), 40u);
-  // The option words reached the generator: diameters in [diamMin, diamMax).
-  for (const cv::KeyPoint& k : a) EXPECT_TRUE(k.size >= 10.0f && k.size <= 19.0f) << k.size;
+                                         "SEED=99", "diamMin=10", "diammax=20"};
+  EXPECT_EQ(teste::rodaBem(args, pasta.caminho()), "");
+  const std::string primeira = teste::leTexto(pasta / "ka.xml") + teste::leTexto(pasta / "kb.xml");
+  EXPECT_EQ(teste::rodaBem(args, pasta.caminho()), "");
+  EXPECT_EQ(teste::leTexto(pasta / "ka.xml") + teste::leTexto(pasta / "kb.xml"), primeira);
+  ASSERT_EQ(formats::leKeyPoints(pasta / "kb.xml").size(), 40u);
+  ASSERT_EQ(formats::leKeyPoints(pasta / "ka.xml").size(), 40u);
+  for (const cv::KeyPoint& k : formats::leKeyPoints(pasta / "ka.xml"))
+    EXPECT_TRUE(k.size >= 10.0f && k.size <= 19.0f) << k.size;
   EXPECT_EQ(pasta.conteudo(), (std::vector<std::string>{"a.png", "b.png", "ka.xml", "kb.xml", "t.txt"}));
 }
-
-// ---------------------------------------------------------------- KeyCgSize
 
 TEST(KeyCgSize, InPlaceScalesOnlyTheSize) {
   teste::PastaTemp pasta;
   const Lista k = {cv::KeyPoint(10.25f, 20.5f, 7.5f, 45.0f, 0.125f, 3, 9), cv::KeyPoint(1, 2, 0.1f, -1, 0, 0, -1)};
   formats::impKeyPoints(pasta / "a.xml", k);
-  const teste::Execucao e = teste::roda({"KeyCgSize", "a.xml", "a.xml", "2"}, pasta.caminho());
-  ASSERT_EQ(e.status, 0) << e.err;
-  EXPECT_EQ(teste::semTempo(e.out), "");
-  Lista esperada = k;
-  for (cv::KeyPoint& p : esperada) p.size *= 2;
-  esperaIguais(formats::leKeyPoints(pasta / "a.xml"), esperada, "fator 2");
+  EXPECT_EQ(teste::rodaBem({"KeyCgSize", "a.xml", "a.xml", "2"}, pasta.caminho()), "");
+  Lista dobro = k;
+  for (cv::KeyPoint& p : dobro) p.size *= 2;
+  confereStore(pasta / "a.xml", dobro);
   EXPECT_EQ(pasta.conteudo(), std::vector<std::string>{"a.xml"});
-
-  const teste::Execucao e2 = teste::roda({"KeyCgSize", "a.xml", "b.xml", "0.5"}, pasta.caminho());
-  ASSERT_EQ(e2.status, 0) << e2.err;
-  esperaIguais(formats::leKeyPoints(pasta / "b.xml"), k, "ida e volta");
+  EXPECT_EQ(teste::rodaBem({"KeyCgSize", "a.xml", "b.xml", "0.5"}, pasta.caminho()), "");
+  confereStore(pasta / "b.xml", k);
 }
-
-// ---------------------------------------------------------------- KeyGrande
 
 // Image 100 columns x 80 rows. Sorted by size: k2 (30), k4 (20), the three of
 // size 10, k5 (6); of the size-10 ones only k0 (x - r = 0) fits.
@@ -173,45 +104,93 @@ const Lista kGrande = {
     cv::KeyPoint(20, 20, 20, 5, 0.5f, 0, 4), cv::KeyPoint(70, 60, 6, 6, 0.5f, 1, 5),
 };
 
-struct CasoGrande {
-  const char* nome;
-  Lista entrada;
-  const char* n;
-  std::string saida;
-  std::vector<int> classes;  // class_id of the kept keypoints, in order
-};
-
-class Grande : public testing::TestWithParam<CasoGrande> {};
-
-TEST_P(Grande, FiltersThenKeepsTheLargest) {
-  const CasoGrande& c = GetParam();
-  teste::PastaTemp pasta;
-  teste::salva(teste::uniforme(80, 100, 0), pasta / "img.png");
-  formats::impKeyPoints(pasta / "k.xml", c.entrada);
-  const teste::Execucao e = teste::roda({"KeyGrande", "img.png", "k.xml", "s.xml", c.n}, pasta.caminho());
-  ASSERT_EQ(e.status, 0) << e.err;
-  EXPECT_EQ(e.err, "");
-  EXPECT_EQ(teste::semTempo(e.out), c.saida);
-  Lista esperada;
-  for (int id : c.classes) esperada.push_back(kGrande[id]);
-  esperaIguais(formats::leKeyPoints(pasta / "s.xml"), esperada, c.nome);
+TEST(KeyGrande, FiltersThenKeepsTheLargest) {
+  const std::string filtro = "Apaguei keys que intersectam canvas. Keys inicio=6 Keys depois=4.\n";
+  const struct {
+    const char* n;
+    std::string saida;
+    std::vector<int> mantidos;  // indices in kGrande, in order; none when the input is empty
+  } casos[] = {
+      {"0", filtro + "n=0 size=4. Nao vou apagar keypoints\n", {2, 4, 0, 5}},
+      {"4", filtro + "n=4 size=4. Nao vou apagar keypoints\n", {2, 4, 0, 5}},
+      {"2", filtro + "n=2 size=4. Vou apagar 2 keypoints\n", {2, 4}},
+      {"5", filtro + "n=5 size=4. Vou apagar 4294967295 keypoints\n", {2, 4, 0, 5}},
+      {"0", "Apaguei keys que intersectam canvas. Keys inicio=0 Keys depois=0.\nn=0 size=0. Nao vou apagar keypoints\n", {}},
+  };
+  for (const auto& c : casos) {
+    teste::PastaTemp pasta;
+    teste::salva(teste::uniforme(80, 100, 0), pasta / "img.png");
+    formats::impKeyPoints(pasta / "k.xml", c.mantidos.empty() ? Lista{} : kGrande);
+    EXPECT_EQ(teste::rodaBem({"KeyGrande", "img.png", "k.xml", "s.xml", c.n}, pasta.caminho()), c.saida);
+    Lista esperada;
+    for (int i : c.mantidos) esperada.push_back(kGrande[i]);
+    confereStore(pasta / "s.xml", esperada);
+  }
 }
 
-const std::string kFiltro = "Apaguei keys que intersectam canvas. Keys inicio=6 Keys depois=4.\n";
+const cv::Mat_<uchar> kImagem = teste::textura(160, 160, 21);
 
-INSTANTIATE_TEST_SUITE_P(
-    Casos, Grande,
-    testing::Values(
-        CasoGrande{"NZeroSoFiltra", kGrande, "0", kFiltro + "n=0 size=4. Nao vou apagar keypoints\n", {2, 4, 0, 5}},
-        CasoGrande{"NIgualAoTotal", kGrande, "4", kFiltro + "n=4 size=4. Nao vou apagar keypoints\n", {2, 4, 0, 5}},
-        CasoGrande{"NMenor", kGrande, "2", kFiltro + "n=2 size=4. Vou apagar 2 keypoints\n", {2, 4}},
-        CasoGrande{"NUmAMais", kGrande, "5", kFiltro + "n=5 size=4. Vou apagar 4294967295 keypoints\n", {2, 4, 0, 5}},
-        CasoGrande{"Vazio",
-                   {},
-                   "0",
-                   "Apaguei keys que intersectam canvas. Keys inicio=0 Keys depois=0.\nn=0 size=0. Nao vou apagar "
-                   "keypoints\n",
-                   {}}),
-    [](const testing::TestParamInfo<CasoGrande>& i) { return std::string(i.param.nome); });
+cv::Ptr<cv::SIFT> sift() { return cv::SIFT::create(0, 3, 0.04, 10.0, 1.6); }
+
+// The keypoints of a run: with k.xml twelve well inside the image; with s.xml
+// (octave and layer packed in `octave`), or with no key file but some word
+// (DesSift needs none), what SIFT detects; with no word at all none, and no
+// count line.
+Lista chaves(const std::vector<std::string>& args) {
+  Lista k;
+  const bool doze = std::find(args.begin(), args.end(), "key=k.xml") != args.end() || args.back() == "k.xml";
+  for (int i = 0; doze && i < 12; ++i)
+    k.emplace_back(45.0f + 6.0f * i, 115.0f - 5.0f * i, 10.0f + 3.0f * i, 30.0f * i, 0.0f, 0, -1);
+  if (!doze && (args.size() > 1 || args[0] == "DesSift")) sift()->detect(kImagem, k);
+  return k;
+}
+
+void siftCv(const cv::Mat_<uchar>& i, Lista& k, cv::Mat& d) { sift()->compute(i, k, d); }
+
+TEST(Descritores, StoreHoldsTheKeypointsAndRowsOfThoseOptions) {
+  const struct {
+    std::vector<std::string> args;  // the tool word, then what follows "a.png d.xml"
+    // The same descriptor computed in-process; it may drop keypoints.
+    std::function<void(const cv::Mat_<uchar>&, Lista&, cv::Mat&)> referencia;
+  } casos[] = {
+      {{"DesSimp", "key=k.xml", "camadas=1", "modo=copy"}, [](auto& i, auto& k, auto& d) { SIMPLE('c', 1, 11).compute(i, k, d); }},
+      {{"DesSimp", "CAMADAS=4", "key=k.xml", "MODO=i", "dgauss=7"}, [](auto& i, auto& k, auto& d) { SIMPLE('i', 4, 7).compute(i, k, d); }},
+      {{"DesSimp", "key=k.xml", "modo="}, [](auto& i, auto& k, auto& d) { SIMPLE('c', 6, 11).compute(i, k, d); }},
+      {{"DesRiff", "key=k.xml", "naneis=3", "larguraAnel=5"}, [](auto& i, auto& k, auto& d) { RIFF(3, 5).compute(i, k, d); }},
+      {{"DesSurf", "k.xml"}, [](auto& i, auto& k, auto& d) { features::SURF().compute(i, k, d); }},
+      {{"desrihog", "key=k.xml"}, [](auto& i, auto& k, auto& d) { RIHOG().compute(i, k, d); }},
+      {{"desrihog", "nbins=8", "key=k.xml", "bcinv=false", "naneis=4"}, [](auto& i, auto& k, auto& d) { RIHOG(4, 40, 8, 37, false).compute(i, k, d); }},
+      {{"DesRUHOG", "key=k.xml", "RAIO=20", "nGauss=9"}, [](auto& i, auto& k, auto& d) { RUHOG(5, 20, 20, 9, true).compute(i, k, d); }},
+      {{"desforapro", "key=k.xml"}, [](auto& i, auto& k, auto& d) { Forapro().compute(i, k, d); }},
+      {{"desforapro", "key=k.xml", "radang=0", "cirvet=false", "nrad=3", "raio=20"}, [](auto& i, auto& k, auto& d) { Forapro(3, 4, 20, false, true, false).compute(i, k, d); }},
+      // An option but no key file: SIFT finds the keypoints (and the defaults hold).
+      {{"DesRiff", "naneis=4"}, [](auto& i, auto& k, auto& d) { RIFF().compute(i, k, d); }},
+      {{"desforapro", "raio=10"}, [](auto& i, auto& k, auto& d) { Forapro(4, 4, 10).compute(i, k, d); }},
+      // No word at all: an empty store.
+      {{"DesSimp"}, [](auto& i, auto& k, auto& d) { SIMPLE().compute(i, k, d); }},
+      {{"desruhog"}, [](auto& i, auto& k, auto& d) { RUHOG().compute(i, k, d); }},
+      {{"desforapro"}, [](auto& i, auto& k, auto& d) { Forapro().compute(i, k, d); }},
+      // DesSift is OpenCV's SIFT bit for bit, on given keypoints and on its own.
+      {{"DesSift", "k.xml"}, siftCv},
+      {{"DesSift", "s.xml"}, siftCv},
+      {{"DesSift"}, siftCv},
+  };
+  for (const auto& c : casos) {
+    SCOPED_TRACE(testing::PrintToString(c.args));
+    teste::PastaTemp pasta, esperada;
+    teste::salva(kImagem, pasta / "a.png");
+    formats::impKeyPoints(pasta / "k.xml", chaves({"", "k.xml"}));
+    formats::impKeyPoints(pasta / "s.xml", chaves({"", "s.xml"}));
+    std::vector<std::string> args = {c.args[0], "a.png", "d.xml"};
+    args.insert(args.end(), c.args.begin() + 1, c.args.end());
+    Lista k = chaves(c.args);
+    const std::string contagem = k.empty() ? "" : "KeyPoints k=" + std::to_string(k.size()) + "\n";
+    cv::Mat d;
+    c.referencia(kImagem, k, d);
+    EXPECT_EQ(teste::rodaBem(args, pasta.caminho()), contagem);
+    formats::impDescritores(esperada / "d.xml", k, d);
+    EXPECT_EQ(teste::leTexto(pasta / "d.xml"), teste::leTexto(esperada / "d.xml"));
+  }
+}
 
 }  // namespace

@@ -1,123 +1,108 @@
 #include "tests/common/cli.hpp"
-#include "tests/common/pasta_temp.hpp"
+#include "formats/match_file.hpp"
 
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cctype>
 #include <stdexcept>
+#include <thread>
 
 namespace teste {
 
-namespace {
-
-void fechaSeAberto(int& fd) {
-  if (fd >= 0) ::close(fd);
-  fd = -1;
+static std::string leTudo(int fd) {
+  std::string t;
+  char buf[4096];
+  for (ssize_t n; (n = ::pread(fd, buf, sizeof buf, static_cast<off_t>(t.size()))) > 0;) t.append(buf, size_t(n));
+  return t;
 }
 
-[[noreturn]] void filho(const std::vector<std::string>& args, const std::string& pasta, int out, int err) {
-  ::dup2(out, STDOUT_FILENO);
-  ::dup2(err, STDERR_FILENO);
-  const int nada = ::open("/dev/null", O_RDONLY);
-  ::dup2(nada, STDIN_FILENO);
-  if (!pasta.empty() && ::chdir(pasta.c_str()) != 0) ::_exit(127);
+Processo::Processo(const std::vector<std::string>& args, const std::string& pasta,
+                   const std::map<std::string, std::string>& ambiente) {
   std::vector<char*> argv;
-  argv.push_back(const_cast<char*>(QUIVELAR_BIN));
   for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
   argv.push_back(nullptr);
-  ::execv(QUIVELAR_BIN, argv.data());
+  out_ = ::memfd_create("out", MFD_CLOEXEC);
+  err_ = ::memfd_create("err", MFD_CLOEXEC);
+  if (out_ < 0 || err_ < 0 || (pid_ = ::fork()) < 0) throw std::runtime_error("memfd/fork");
+  if (pid_ > 0) return;
+  ::dup2(::open("/dev/null", O_RDONLY), STDIN_FILENO);
+  ::dup2(out_, STDOUT_FILENO);
+  ::dup2(err_, STDERR_FILENO);
+  if (!pasta.empty() && ::chdir(pasta.c_str()) != 0) ::_exit(126);
+  for (const auto& [nome, valor] : ambiente)
+    valor.empty() ? ::unsetenv(nome.c_str()) : ::setenv(nome.c_str(), valor.c_str(), 1);
+  ::execvp(argv[0], argv.data());
   ::_exit(127);
 }
 
-}  // namespace
-
-Execucao roda(const std::vector<std::string>& args, const std::string& pasta, double limiteSegundos) {
-  int out[2], err[2];
-  // Close-on-exec: a child started by another thread must not hold these
-  // pipes open, or this run would wait for that one to end.
-  if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
-  const pid_t pid = ::fork();
-  if (pid < 0) throw std::runtime_error("fork");
-  if (pid == 0) filho(args, pasta, out[1], err[1]);
-  ::close(out[1]);
-  ::close(err[1]);
-
-  Execucao e;
-  int fds[2] = {out[0], err[0]};
-  std::string* destinos[2] = {&e.out, &e.err};
-  const auto fim = std::chrono::steady_clock::now() + std::chrono::duration<double>(limiteSegundos);
-  while (fds[0] >= 0 || fds[1] >= 0) {
-    const auto resta = std::chrono::duration_cast<std::chrono::milliseconds>(fim - std::chrono::steady_clock::now());
-    if (resta.count() <= 0) {
-      e.estourou = true;
-      ::kill(pid, SIGKILL);
-      break;
-    }
-    pollfd p[2] = {{fds[0], POLLIN, 0}, {fds[1], POLLIN, 0}};
-    if (::poll(p, 2, static_cast<int>(resta.count())) < 0) continue;
-    for (int k = 0; k < 2; ++k) {
-      if (fds[k] < 0 || !(p[k].revents & (POLLIN | POLLHUP | POLLERR))) continue;
-      char buf[4096];
-      const ssize_t n = ::read(fds[k], buf, sizeof buf);
-      if (n > 0)
-        destinos[k]->append(buf, static_cast<size_t>(n));
-      else
-        fechaSeAberto(fds[k]);
-    }
-  }
-  fechaSeAberto(fds[0]);
-  fechaSeAberto(fds[1]);
-  int status = 0;
-  ::waitpid(pid, &status, 0);
-  if (WIFEXITED(status)) e.status = WEXITSTATUS(status);
-  if (WIFSIGNALED(status)) e.sinal = WTERMSIG(status);
-  return e;
+Processo::~Processo() {
+  if (pid_ > 0) fim();
+  ::close(out_);
+  ::close(err_);
 }
 
-namespace {
-
-// "Tempo gasto=" digits "." two digits "s", the whole of `linha`.
-bool linhaDeTempo(const std::string& linha) {
-  const std::string prefixo = "Tempo gasto=";
-  if (linha.rfind(prefixo, 0) != 0 || linha.size() < prefixo.size() + 5 || linha.back() != 's') return false;
-  const std::string numero = linha.substr(prefixo.size(), linha.size() - prefixo.size() - 1);
-  const size_t ponto = numero.find('.');
-  if (ponto == std::string::npos || ponto == 0 || numero.size() - ponto - 1 != 2) return false;
-  for (size_t i = 0; i < numero.size(); ++i)
-    if (i != ponto && !std::isdigit(static_cast<unsigned char>(numero[i]))) return false;
+bool Processo::espera(double segundos) {
+  const auto limite = std::chrono::steady_clock::now() + std::chrono::duration<double>(segundos);
+  while (!terminou_ && !(terminou_ = ::waitpid(pid_, &st_, WNOHANG) == pid_)) {
+    if (std::chrono::steady_clock::now() >= limite) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
   return true;
 }
 
-}  // namespace
+Execucao Processo::lido() const { return {leTudo(out_), leTudo(err_)}; }
+
+Execucao Processo::fim() {
+  const bool estourou = !terminou_;
+  if (estourou && ::kill(pid_, SIGKILL) == 0) terminou_ = ::waitpid(pid_, &st_, 0) == pid_;
+  Execucao e = lido();
+  e.estourou = estourou;
+  if (WIFEXITED(st_)) e.status = WEXITSTATUS(st_);
+  if (WIFSIGNALED(st_)) e.sinal = WTERMSIG(st_);
+  return e;
+}
+
+Execucao roda(const std::vector<std::string>& args, const std::string& pasta, double limiteSegundos,
+              const std::map<std::string, std::string>& ambiente) {
+  std::vector<std::string> linha = args;
+  linha.insert(linha.begin(), QUIVELAR_BIN);
+  Processo p(linha, pasta, ambiente);
+  p.espera(limiteSegundos);
+  return p.fim();
+}
+
+std::string rodaBem(const std::vector<std::string>& args, const std::string& pasta) {
+  const Execucao e = roda(args, pasta);
+  EXPECT_TRUE(e.status == 0 && e.err.empty()) << args[0] << ": status " << e.status << ", stderr " << e.err;
+  return semTempo(e.out);
+}
 
 std::string semTempo(const std::string& out) {
-  if (out.empty() || out.back() != '\n') return out + "<sem linha de tempo>";
-  const size_t inicio = out.find_last_of('\n', out.size() - 2);
-  const size_t comeco = inicio == std::string::npos ? 0 : inicio + 1;
-  if (!linhaDeTempo(out.substr(comeco, out.size() - 1 - comeco))) return out + "<sem linha de tempo>";
-  return out.substr(0, comeco);
+  const size_t antes = out.size() < 2 ? std::string::npos : out.find_last_of('\n', out.size() - 2);
+  const std::string linha = out.substr(antes == std::string::npos ? 0 : antes + 1), prefixo = "Tempo gasto=";
+  const size_t n = linha.size();  // "Tempo gasto=" digits "." two digits "s\n"
+  bool ok = linha.rfind(prefixo, 0) == 0 && n >= prefixo.size() + 6 && linha.compare(n - 2, 2, "s\n") == 0;
+  for (size_t i = prefixo.size(); ok && i < n - 2; ++i)
+    ok = i == n - 5 ? linha[i] == '.' : std::isdigit(static_cast<unsigned char>(linha[i])) != 0;
+  return ok ? out.substr(0, out.size() - n) : out + "<sem linha de tempo>";
 }
 
-bool terminaCom(const std::string& texto, const std::string& fim) {
-  if (texto.size() < fim.size() || texto.compare(texto.size() - fim.size(), fim.size(), fim) != 0) return false;
-  return texto.size() == fim.size() || texto[texto.size() - fim.size() - 1] == '\n';
-}
-
-void confereFalha(const CasoFalha& c, const PastaTemp& pasta) {
-  const std::vector<std::string> antes = pasta.conteudo();
-  const Execucao e = roda(c.args, pasta.caminho(), 60);
-  EXPECT_EQ(e.out, c.out) << c.nome;
-  EXPECT_TRUE(terminaCom(e.err, c.err)) << c.nome << ": " << e.err;
-  EXPECT_EQ(e.status, 1) << c.nome;
-  EXPECT_EQ(e.sinal, 0) << c.nome;
-  EXPECT_EQ(pasta.conteudo(), antes) << c.nome;
+void escreveCasamentos(const std::string& arquivo, const std::vector<double>& desvios) {
+  std::vector<cv::DMatch> m;
+  std::vector<cv::KeyPoint> k1, k2;
+  for (size_t i = 0; i < desvios.size(); ++i) {
+    k1.emplace_back(20.0f + 10.0f * i, 30.0f, 8.0f);
+    k2.emplace_back(20.0f + 10.0f * i + float(desvios[i]), 30.0f, 8.0f);
+    m.emplace_back(int(i), int(i), float(i));
+  }
+  formats::impMatch(m, k1, k2, arquivo);
 }
 
 }  // namespace teste
