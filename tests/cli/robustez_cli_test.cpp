@@ -56,7 +56,10 @@ const std::vector<Palavras>& ferramentas() {
 // By the name's first letter: keypoints k.yml, descritores d1/d2.yml,
 // casamentos m.txt, transformacao h.txt, cor c1/c2.png; any other an image.
 enum class Tipo { imagem, keypoints, descritores, casamentos, transformacao, cor };
-Tipo tipoDe(const std::string& nome) { return static_cast<Tipo>(std::string("kdmhc").find(nome[0]) + 1); }
+Tipo tipoDe(const std::string& nome) {
+  const size_t i = std::string("kdmhc").find(nome[0]);
+  return i == std::string::npos ? Tipo::imagem : static_cast<Tipo>(i + 1);
+}
 
 // The files of a run that works, by name, and broken descriptor stores that
 // only the store writer makes well.
