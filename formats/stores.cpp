@@ -6,11 +6,15 @@
 #include "support/vigia.hpp"
 
 #include <sys/stat.h>
+#include <zlib.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
+#include <memory>
 
 namespace formats {
 
@@ -65,18 +69,43 @@ double limiteDeLeitura(const std::string& file) {
   return 10.0 + megabytes * (comprimido(file) ? 20.0 : 2.0);
 }
 
-// A NUL byte inside the text makes OpenCV's parser read past its buffer.
-bool temNul(const std::string& file) {
-  std::ifstream in(file, std::ios::binary);
+// Text that OpenCV's parser must not be given: a NUL byte makes it read past
+// its buffer, and an XML text ending inside a tag, after "name=", makes it
+// follow a null pointer. Valid XML ends with its root's closing tag, so any
+// XML text whose last non-blank byte is not '>' is refused. The text is the
+// inflated one for a .gz store, which OpenCV inflates as it reads.
+bool textoPerigoso(const std::string& file) {
+  const std::unique_ptr<gzFile_s, int (*)(gzFile)> gz(comprimido(file) ? ::gzopen(file.c_str(), "rb") : nullptr,
+                                                      ::gzclose);
+  if (comprimido(file) && !gz) return false;  // OpenCV's open then fails
+  std::ifstream plano;
+  if (!gz) plano.open(file, std::ios::binary);
   char bloco[1 << 16];
-  while (in.read(bloco, sizeof bloco) || in.gcount() > 0)
-    if (std::memchr(bloco, 0, static_cast<size_t>(in.gcount()))) return true;
-  return false;
+  const auto le = [&]() -> long {
+    if (gz) return ::gzread(gz.get(), bloco, sizeof bloco);
+    plano.read(bloco, sizeof bloco);
+    return plano.gcount();
+  };
+  std::string inicio;
+  char ultimo = 0;
+  bool nul = false;
+  for (long n; !nul && (n = le()) > 0;) {
+    if (inicio.size() < 8) inicio.append(bloco, static_cast<size_t>(std::min<long>(n, 8)));
+    nul = std::memchr(bloco, 0, static_cast<size_t>(n)) != nullptr;
+    for (long i = n - 1; i >= 0; --i)
+      if (!std::isspace(static_cast<unsigned char>(bloco[i]))) {
+        ultimo = bloco[i];
+        break;
+      }
+  }
+  // OpenCV takes any text not opened by "%YAML" or "{" as XML.
+  const bool xml = inicio.rfind("%YAML", 0) != 0 && inicio.rfind("{", 0) != 0;
+  return nul || (xml && ultimo != '>');
 }
 
 // Opens `file` for reading; malformed text is reported like a failed open.
 void abreLeitura(cv::FileStorage& fs, const std::string& file) {
-  if (!comprimido(file) && temNul(file)) tvm::erro("Erro abertura arquivo ", file);
+  if (textoPerigoso(file)) tvm::erro("Erro abertura arquivo ", file);
   bool aberto = false;
   try {
     const tvm::Vigia vigia(limiteDeLeitura(file), "Erro: leitura nao termina, arquivo corrompido " + file);

@@ -8,6 +8,9 @@
 #include "tests/common/pasta_temp.hpp"
 
 #include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <memory>
 
 namespace {
 
@@ -46,6 +49,8 @@ TEST(Stores, RoundTripEmptyKeypointOnlyAndNested) {
 TEST(Stores, BadStoresStopWithTheFileNamed) {
   teste::PastaTemp pasta;
   const std::string yaml = "%YAML:1.0\n---\nkeypoints: ";
+  const std::string xmlAteAtributo =
+      "<?xml version=\"1.0\"?>\n<opencv_storage>\n<keypoints>1 2 3 4 5 6 7</keypoints>\n<descriptors type_id=\n";
   const struct {
     const char* arquivo;
     std::string texto;
@@ -64,9 +69,17 @@ TEST(Stores, BadStoresStopWithTheFileNamed) {
            "\"1.0\"?>\n<opencv_storage>\n<keypoints>1 2 3 4 5 6 7</keypoints>\n",
        "Erro abertura arquivo "},
       {"falta.xml", "", "Erro abertura arquivo "},
+      // OpenCV's parser follows a null pointer when the text ends after "name=", inflated or not.
+      {"fim.xml", xmlAteAtributo, "Erro abertura arquivo "},
+      {"fim.xml.gz", xmlAteAtributo, "Erro abertura arquivo "},
+  };
+  const auto escreve = [&](const std::string& arquivo, const std::string& texto) {
+    if (arquivo.find(".gz") == std::string::npos) return teste::escreveTexto(pasta / arquivo, texto);
+    const std::unique_ptr<gzFile_s, int (*)(gzFile)> gz(::gzopen((pasta / arquivo).c_str(), "wb"), ::gzclose);
+    ASSERT_EQ(::gzwrite(gz.get(), texto.data(), static_cast<unsigned>(texto.size())), static_cast<int>(texto.size()));
   };
   for (const auto& c : casos) {
-    if (!c.texto.empty()) teste::escreveTexto(pasta / c.arquivo, c.texto);
+    if (!c.texto.empty()) escreve(c.arquivo, c.texto);
     EXPECT_EQ(teste::mensagemDe([&] { formats::leKeyPoints(pasta / c.arquivo); }), c.mensagem + (pasta / c.arquivo));
   }
   // A damaged row count must be refused, not allocated.
