@@ -414,23 +414,12 @@ bool leMatchRapido(const std::string& file, std::vector<cv::DMatch>& matches, st
   if (!palavras.inteiro(n) || !palavras.inteiro(colunas) || colunas != 15 || n < 0) return false;
   // Each line takes at least 30 bytes, so the count cannot ask for more.
   if (static_cast<size_t>(n) > texto.size() / 30 + 1) return false;
-  std::vector<cv::DMatch> m;
-  std::vector<cv::KeyPoint> k1, k2;
-  m.reserve(n);
-  k1.reserve(n);
-  k2.reserve(n);
-  for (int i = 0; i < n; ++i) {
-    cv::DMatch d(i, i, -1, 0.0f);
-    cv::KeyPoint a, b;
-    if (!palavras.real(d.distance) || !palavras.keyPoint(a) || !palavras.keyPoint(b)) return false;
-    m.push_back(d);
-    k1.push_back(a);
-    k2.push_back(b);
-  }
-  matches = std::move(m);
-  keypoints1 = std::move(k1);
-  keypoints2 = std::move(k2);
-  return true;
+  return leLinhasDeCasamento(
+      n, static_cast<size_t>(n),
+      [&](float& distancia, cv::KeyPoint& a, cv::KeyPoint& b) {
+        return palavras.real(distancia) && palavras.keyPoint(a) && palavras.keyPoint(b);
+      },
+      matches, keypoints1, keypoints2);
 }
 
 }  // namespace formats

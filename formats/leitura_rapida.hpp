@@ -45,6 +45,32 @@ bool leMatchRapido(const std::string& file, std::vector<cv::DMatch>& matches, st
 // class_id, converted as the ordinary store reader converts them.
 cv::KeyPoint keyPointDeCampos(const double campos[7]);
 
+// The `n` match lines of a match file, each read by
+// `leLinha(distance, keypoint1, keypoint2)`; match i pairs keypoint i of each
+// side. False at the first line that cannot be read, the outputs untouched.
+// `previstos` bounds what is reserved, since the count is not trusted.
+template <class LeLinha>
+bool leLinhasDeCasamento(int n, size_t previstos, LeLinha leLinha, std::vector<cv::DMatch>& matches,
+                         std::vector<cv::KeyPoint>& keypoints1, std::vector<cv::KeyPoint>& keypoints2) {
+  std::vector<cv::DMatch> m;
+  std::vector<cv::KeyPoint> k1, k2;
+  m.reserve(previstos);
+  k1.reserve(previstos);
+  k2.reserve(previstos);
+  for (int i = 0; i < n; ++i) {
+    cv::DMatch d(i, i, -1, 0.0f);
+    cv::KeyPoint a, b;
+    if (!leLinha(d.distance, a, b)) return false;
+    m.push_back(d);
+    k1.push_back(a);
+    k2.push_back(b);
+  }
+  matches = std::move(m);
+  keypoints1 = std::move(k1);
+  keypoints2 = std::move(k2);
+  return true;
+}
+
 // Whether stored field `campo` (0-6, in the order above) holds `v` without
 // overflowing the float or int it is converted to.
 bool campoRepresentavel(int campo, double v);

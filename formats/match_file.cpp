@@ -89,21 +89,11 @@ void leMatchFscanf(std::vector<cv::DMatch>& matches, std::vector<cv::KeyPoint>& 
   // The count line is not trusted for allocation: a file cannot hold more
   // lines than its size allows.
   const size_t previstos = static_cast<size_t>(std::min<long>(n, tamanhoArquivo(fileName) / kMenorLinha + 1));
-  matches.clear();
-  keypoints1.clear();
-  keypoints2.clear();
-  matches.reserve(previstos);
-  keypoints1.reserve(previstos);
-  keypoints2.reserve(previstos);
-  for (int i = 0; i < n; ++i) {
-    cv::DMatch m(i, i, -1, 0.0f);
-    cv::KeyPoint k1, k2;
-    if (!tvm::leNum(f, m.distance) || !leKeyPoint(f, k1) || !leKeyPoint(f, k2))
-      tvm::erro("Erro: arquivo de casamentos truncado ou invalido ", fileName);
-    matches.push_back(m);
-    keypoints1.push_back(k1);
-    keypoints2.push_back(k2);
-  }
+  const auto leLinha = [f](float& distancia, cv::KeyPoint& a, cv::KeyPoint& b) {
+    return tvm::leNum(f, distancia) && leKeyPoint(f, a) && leKeyPoint(f, b);
+  };
+  if (!leLinhasDeCasamento(n, previstos, leLinha, matches, keypoints1, keypoints2))
+    tvm::erro("Erro: arquivo de casamentos truncado ou invalido ", fileName);
 }
 
 }  // namespace formats
