@@ -46,5 +46,10 @@ std::vector<cv::DMatch> casaNN(const cv::Mat& query, const cv::Mat& train, Busca
 // which the ratio records reject.
 std::vector<std::vector<cv::DMatch>> casa2NN(const cv::Mat& query, const cv::Mat& train, Busca modo);
 
+// The matches of casaNN that are also nearest neighbours the other way
+// (store 2 to store 1), sorted by distance, ties in query order: the matches
+// D2-Net and R2D2 score with MMA.
+std::vector<cv::DMatch> casaMutuos(const cv::Mat& descritores1, const cv::Mat& descritores2, Busca modo);
+
 // MatNN's option words, "brute" or "flann", read until "eof"; the last wins.
 Busca leBuscaNN(tvm::ISTR& in);

@@ -1,0 +1,133 @@
+#include "evaluation/medidas_entrada.hpp"
+#include "evaluation/tools.hpp"
+
+#include "formats/csv.hpp"
+#include "formats/stores.hpp"
+#include "formats/transform.hpp"
+#include "measures/casamento.hpp"
+#include "support/erro.hpp"
+
+#include <cstdio>
+#include <optional>
+
+namespace {
+
+// Keypoints of a store in the common part of the pair.
+int naParteComum(const std::vector<cv::KeyPoint>& k, int lado, const evaluation::Geometria& g,
+                 measures::ParteComum modo) {
+  int n = 0;
+  for (const cv::KeyPoint& p : k) {
+    const measures::Regiao r = measures::regiaoDe(p);
+    n += lado == 1 ? measures::naParteComum(r, measures::projeta(r, g.H), 1, g.img1, g.img2, modo)
+                   : measures::naParteComum(r, measures::projeta(r, g.Hinv), 2, g.img2, g.img1, modo);
+  }
+  return n;
+}
+
+std::string numero(const char* formato, double v) {
+  char s[64];
+  std::snprintf(s, sizeof s, formato, v);
+  return s;
+}
+
+}  // namespace
+
+void MatScore(int argc, char** argv) {
+  if (argc < 7)
+    tvm::falhaUso(
+        {"MatScore: Calcula matching score, MMA, AP e exatidao da homografia de casamentos, tendo matriz 3x3",
+         "MatScore img1 img2 key1.xml key2.xml match.txt mat33.txt",
+         "         [erro=40 | dist=val | comum=ambas|opencv | ransac=3 | curva=rp.csv | csv=tab.csv]",
+         "  Acerto: erro de sobreposicao das regioes < erro%; com dist: distancia(inv(mat33)*k2,k1)<=dist",
+         "  matching_score: acertos na parte comum / min(n1,n2)",
+         "  mma@t: casamentos com distancia(mat33*k1,k2)<=t, t=1..10",
+         "  ap: precisao media da lista; homography: erro medio dos cantos da estimada por RANSAC"});
+  const evaluation::Geometria g = evaluation::leGeometria(argv[1], argv[2], argv[6]);
+  const std::vector<cv::KeyPoint> k1 = formats::leKeyPoints(argv[3]), k2 = formats::leKeyPoints(argv[4]);
+  evaluation::confereKeyPoints(k1, g.img1, argv[3], argv[1]);
+  evaluation::confereKeyPoints(k2, g.img2, argv[4], argv[2]);
+  const formats::Casamentos c = formats::leCasamentos(argv[5]);
+  evaluation::confereKeyPoints(c.keypoints1, g.img1, argv[5], argv[1]);
+  evaluation::confereKeyPoints(c.keypoints2, g.img2, argv[5], argv[2]);
+
+  evaluation::OpcoesMedida op;
+  double dist = 0, ransac = 3;
+  std::string curva;
+  tvm::ISTR opcoes(argc - 7, argv + 7);
+  evaluation::leOpcoesMedida(opcoes, op);
+  const bool porDistancia = tvm::seekArg(opcoes, "dist", dist);
+  tvm::seekArg(opcoes, "ransac", ransac);
+  tvm::seekFileName(opcoes, "curva", curva);
+  const std::string resto = opcoes.resto();
+  if (!resto.empty()) tvm::erro("Erro: Argumento invalido ", resto);
+  if (porDistancia && !(dist > 0)) tvm::erro("Erro: dist fora do intervalo");
+  if (!(ransac > 0)) tvm::erro("Erro: ransac fora do intervalo");
+  if (!curva.empty() && curva == op.csv) tvm::erro("Erro: curva e csv no mesmo arquivo ", curva);
+
+  const size_t n = c.matches.size();
+  std::vector<bool> certos(n);
+  std::vector<double> erros(n);
+  std::vector<cv::Point2f> p1(n), p2(n);
+  int corretosComuns = 0;
+  const float minima = measures::sobreposicaoMinima(op.erro / 100);
+  for (size_t i = 0; i < n; ++i) {
+    const cv::KeyPoint &a = c.keypoints1[i], &b = c.keypoints2[i];
+    const measures::Regiao ra = measures::regiaoDe(a), rb = measures::regiaoDe(b);
+    const measures::Regiao rbt = measures::projeta(rb, g.Hinv);
+    certos[i] = porDistancia ? measures::erroReprojecao(g.Hinv, b.pt, a.pt) <= dist
+                             : measures::sobreposicao(measures::Referencia(ra), rbt) >= minima;
+    corretosComuns += certos[i] && measures::naParteComum(ra, measures::projeta(ra, g.H), 1, g.img1, g.img2, op.comum) &&
+                      measures::naParteComum(rb, rbt, 2, g.img2, g.img1, op.comum);
+    erros[i] = measures::erroReprojecao(g.H, a.pt, b.pt);
+    p1[i] = a.pt;
+    p2[i] = b.pt;
+  }
+  const int n1 = naParteComum(k1, 1, g, op.comum), n2 = naParteComum(k2, 2, g, op.comum);
+  const measures::Medida score = measures::matchingScore(corretosComuns, n1, n2);
+  const measures::MMA mma = measures::mma(erros);
+  const measures::Medida ap = measures::averagePrecision(certos);
+  const measures::Medida homografia = measures::erroHomografia(p1, p2, g.H, g.img1, ransac);
+  int corretos = 0;
+  for (bool v : certos) corretos += v;
+
+  std::printf("matches=%zu correct=%d n1=%d n2=%d matching_score=%s\n", n, corretos, n1, n2,
+              evaluation::texto(score).c_str());
+  std::string linhaMMA;
+  for (int t = 0; t < 10; ++t) linhaMMA += (t ? " mma@" : "mma@") + std::to_string(t + 1) + "=" + evaluation::texto(mma[t]);
+  std::printf("%s\n", linhaMMA.c_str());
+  std::printf("ap=%s\n", evaluation::texto(ap).c_str());
+  std::printf("homography_error=%s homography@1=%d homography@3=%d homography@5=%d\n",
+              evaluation::texto(homografia).c_str(), measures::homografiaCorreta(homografia, 1),
+              measures::homografiaCorreta(homografia, 3), measures::homografiaCorreta(homografia, 5));
+
+  // The curve is written first and confirmed last: a failure on either
+  // output leaves neither.
+  std::optional<tvm::SaidaSegura> saidaCurva;
+  if (!curva.empty()) {
+    const std::vector<measures::PontoRP> pontos = measures::curvaRecallPrecisao(certos);
+    std::vector<std::string> linhas(n);
+    for (size_t i = 0; i < n; ++i)
+      linhas[i] = std::to_string(i + 1) + "," + numero("%.9g", c.matches[i].distance) + "," +
+                  (certos[i] ? "1," : "0,") + numero("%.9g", pontos[i].umMenosPrecisao) + "," +
+                  (pontos[i].recall < 0 ? std::string("NA") : numero("%.9g", pontos[i].recall));
+    saidaCurva.emplace(curva);
+    formats::escreveTexto(*saidaCurva, formats::tabelaCSV("rank,distance,correct,one_minus_precision,recall", linhas));
+  }
+  if (!op.csv.empty()) {
+    std::string linha;
+    for (int i = 1; i <= 6; ++i) linha += formats::campoCSV(argv[i]) + ",";
+    linha += porDistancia ? "dist=" + numero("%g", dist) : "erro=" + numero("%g", op.erro);
+    linha += std::string(",") + (op.comum == measures::ParteComum::ambas ? "ambas" : "opencv");
+    linha += "," + std::to_string(n) + "," + std::to_string(corretos) + "," + std::to_string(n1) + "," +
+             std::to_string(n2) + "," + evaluation::texto(score);
+    for (const measures::Medida& m : mma) linha += "," + evaluation::texto(m);
+    linha += "," + evaluation::texto(ap) + "," + evaluation::texto(homografia);
+    for (int t : {1, 3, 5}) linha += "," + std::to_string(measures::homografiaCorreta(homografia, t));
+    formats::acrescentaCSV(op.csv,
+                           "img1,img2,key1,key2,matches,H,correct_by,common,matches_n,correct,n1,n2,matching_score,"
+                           "mma@1,mma@2,mma@3,mma@4,mma@5,mma@6,mma@7,mma@8,mma@9,mma@10,ap,homography_error,"
+                           "homography@1,homography@3,homography@5",
+                           linha);
+  }
+  if (saidaCurva) saidaCurva->confirma();
+}

@@ -1,0 +1,63 @@
+#include "evaluation/medidas_entrada.hpp"
+
+#include "formats/transform.hpp"
+#include "support/erro.hpp"
+#include "support/imagem.hpp"
+
+#include <cmath>
+#include <cstdio>
+
+namespace evaluation {
+
+Geometria leGeometria(const std::string& img1, const std::string& img2, const std::string& mat33) {
+  Geometria g;
+  cv::Mat_<uchar> a, b;
+  tvm::le(a, img1);
+  tvm::le(b, img2);
+  g.img1 = a.size();
+  g.img2 = b.size();
+  cv::Mat H, Hinv;
+  formats::leMat33(H, mat33);
+  // Singular values spread by twelve orders of magnitude: the plane is
+  // crushed to a line at double precision.
+  cv::Mat w;
+  cv::SVD::compute(H, w, cv::SVD::NO_UV);
+  if (!(w.at<double>(2) > 1e-12 * w.at<double>(0)) || !cv::invert(H, Hinv, cv::DECOMP_LU))
+    tvm::erro("Erro: transformacao singular em ", mat33);
+  if (!cv::checkRange(Hinv)) tvm::erro("Erro: transformacao singular em ", mat33);
+  g.H = cv::Matx33d(H);
+  g.Hinv = cv::Matx33d(Hinv);
+  return g;
+}
+
+void confereKeyPoints(const std::vector<cv::KeyPoint>& k, cv::Size img, const std::string& arquivo,
+                      const std::string& imagem) {
+  for (const cv::KeyPoint& p : k) {
+    if (!(p.size > 0) || !std::isfinite(p.size)) tvm::erro("Erro: keypoint de tamanho invalido em ", arquivo);
+    if (!(p.pt.x >= -0.5f && p.pt.x <= img.width - 0.5f && p.pt.y >= -0.5f && p.pt.y <= img.height - 0.5f))
+      tvm::erro("Erro: keypoint fora da imagem ", imagem, " em " + arquivo);
+  }
+}
+
+void leOpcoesMedida(tvm::ISTR& opcoes, OpcoesMedida& op) {
+  tvm::seekArg(opcoes, "erro", op.erro);
+  if (!(op.erro > 0 && op.erro < 100)) tvm::erro("Erro: erro fora do intervalo (0 a 100)");
+  std::string comum = "ambas";
+  tvm::seekArg(opcoes, "comum", comum);
+  if (comum == "ambas")
+    op.comum = measures::ParteComum::ambas;
+  else if (comum == "opencv")
+    op.comum = measures::ParteComum::opencv;
+  else
+    tvm::erro("Erro: comum deve ser ambas ou opencv: ", comum);
+  tvm::seekFileName(opcoes, "csv", op.csv);
+}
+
+std::string texto(const measures::Medida& m) {
+  if (!m) return "NA";
+  char s[64];
+  std::snprintf(s, sizeof s, "%.6f", *m);
+  return s;
+}
+
+}  // namespace evaluation
