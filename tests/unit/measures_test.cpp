@@ -117,6 +117,53 @@ TEST(RepeticaoSobreposicao, IgualAEvaluateFeatureDetectorNosParesReais) {
   EXPECT_NEAR(r.repeatability().value_or(-1), rep, 1e-6);
 }
 
+// The overlap counted point by point over the whole grid, as the protocol's
+// reference code counts it: what the fast count must equal bit for bit.
+float sobreposicaoPontoAPonto(const measures::Referencia& ref, const measures::Regiao& r2) {
+  const cv::Point2f d = r2.centro - ref.r1.centro;
+  if (!(std::sqrt(double(d.x) * d.x + double(d.y) * d.y) < ref.alcance)) return 0;
+  const measures::Regiao e1 = ref.escalada;
+  const measures::Regiao e2(r2.centro, ref.fator * r2.a, ref.fator * r2.b, ref.fator * r2.c);
+  const int maxx = int(std::ceil(std::max(e1.caixaX, d.x + e2.caixaX)));
+  const int minx = int(std::floor(std::min(-e1.caixaX, d.x - e2.caixaX)));
+  const int maxy = int(std::ceil(std::max(e1.caixaY, d.y + e2.caixaY)));
+  const int miny = int(std::floor(std::min(-e1.caixaY, d.y - e2.caixaY)));
+  const float dr = float(std::min(maxx - minx, maxy - miny)) / 50.f;
+  const int n = int(std::floor(float(maxx - minx) / dr));
+  int ambos = 0, algum = 0;
+  for (int i = 0; i <= n; ++i) {
+    const float x1 = minx + i * dr, x2 = x1 - d.x;
+    for (float y1 = float(miny); y1 <= float(maxy); y1 += dr) {
+      const float y2 = y1 - d.y;
+      const float v1 = float(e1.a * x1 * x1 + 2 * e1.b * x1 * y1 + e1.c * y1 * y1);
+      const float v2 = float(e2.a * x2 * x2 + 2 * e2.b * x2 * y2 + e2.c * y2 * y2);
+      ambos += v1 < 1 && v2 < 1;
+      algum += v1 < 1 || v2 < 1;
+    }
+  }
+  return ambos > 0 ? float(ambos) / float(algum) : 0.f;
+}
+
+TEST(Sobreposicao, IgualAContagemPontoAPonto) {
+  std::mt19937 g(11);
+  std::uniform_real_distribution<float> u(0, 1);
+  int comSobreposicao = 0;
+  for (int caso = 0; caso < 3000; ++caso) {
+    // Tilted, scaled and sheared views, so the second region is an ellipse.
+    const cv::Matx33d H(0.5 + u(g), u(g) - 0.5, 0, u(g) - 0.5, 0.5 + u(g), 0, 1e-3 * (u(g) - 0.5),
+                        1e-3 * (u(g) - 0.5), 1);
+    const cv::KeyPoint k1(100 + 50 * u(g), 100 + 50 * u(g), 1 + 60 * u(g));
+    const cv::KeyPoint k2(k1.pt.x + k1.size * (u(g) - 0.5), k1.pt.y + k1.size * (u(g) - 0.5),
+                          k1.size * (0.3f + 1.5f * u(g)));
+    const measures::Referencia ref(measures::regiaoDe(k1));
+    const measures::Regiao r2 = measures::projeta(measures::regiaoDe(k2), H);
+    const float esperado = sobreposicaoPontoAPonto(ref, r2);
+    ASSERT_EQ(measures::sobreposicao(ref, r2), esperado) << "caso " << caso;
+    comSobreposicao += esperado > 0;
+  }
+  EXPECT_GT(comSobreposicao, 800);
+}
+
 TEST(RepeticaoSobreposicao, ParteComumDeAmbasAsImagens) {
   // Image 2 sees the right half of image 1 only: the left half's keypoints
   // cannot repeat, and the two-sided common part leaves them out.
