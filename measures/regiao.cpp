@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <immintrin.h>
 
 namespace measures {
 
@@ -51,34 +52,92 @@ constexpr double kAbaixoDeUm = 1.0 - 1.0 / (1 << 25);
 
 // The grid's points inside both ellipses and inside either, column by
 // column. The expressions are the reference's, term by term, so the counts
-// are too; each column runs on whole vectors.
+// are too: (s + t y) + q, with s and t the column's terms and q = (c y) y.
 struct Coluna {
-  float x0, passo, dx;     // column i at x0 + i * passo in r1's frame, dx the shift to r2's
-  double a1, b1, a2, b2;   // x-terms of both ellipses
+  float x0, passo, dx;    // column i at x0 + i * passo in r1's frame, dx the shift to r2's
+  double a1, b1, a2, b2;  // x-terms of both ellipses
 };
-__attribute__((target_clones("avx512f", "avx2", "default"))) void contaGrade(
-    const Coluna& col, int colunas, const double* y1, const double* q1, const double* y2, const double* q2, int m,
-    int& ambos, int& algum) {
-  int na = 0, nu = 0;
-  for (int i = 0; i <= colunas; ++i) {
-    const float x1 = col.x0 + i * col.passo;
-    const float x2 = x1 - col.dx;
-    const double s1 = col.a1 * x1 * x1, t1 = 2 * col.b1 * x1;
-    const double s2 = col.a2 * x2 * x2, t2 = 2 * col.b2 * x2;
-    for (int j = 0; j < m; ++j) {
-      const bool d1 = (s1 + t1 * y1[j]) + q1[j] < kAbaixoDeUm;
-      const bool d2 = (s2 + t2 * y2[j]) + q2[j] < kAbaixoDeUm;
-      na += d1 & d2;
-      nu += d1 | d2;
-    }
-  }
-  ambos = na;
-  algum = nu;
-}
-
 struct Grade {
   std::vector<double> y1, q1, y2, q2;
 };
+struct TermosColuna {
+  double s1, t1, s2, t2;
+};
+TermosColuna termos(const Coluna& col, int i) {
+  const float x1 = col.x0 + i * col.passo;
+  const float x2 = x1 - col.dx;
+  return {col.a1 * x1 * x1, 2 * col.b1 * x1, col.a2 * x2 * x2, 2 * col.b2 * x2};
+}
+
+void contaGradeSimples(const Coluna& col, int colunas, const Grade& g, int& ambos, int& algum) {
+  const int m = static_cast<int>(g.y1.size());
+  for (int i = 0; i <= colunas; ++i) {
+    const TermosColuna t = termos(col, i);
+    for (int j = 0; j < m; ++j) {
+      const bool d1 = (t.s1 + t.t1 * g.y1[j]) + g.q1[j] < kAbaixoDeUm;
+      const bool d2 = (t.s2 + t.t2 * g.y2[j]) + g.q2[j] < kAbaixoDeUm;
+      ambos += d1 & d2;
+      algum += d1 | d2;
+    }
+  }
+}
+
+// Eight rows at a time; comparisons give bit masks, counted by popcount.
+__attribute__((target("avx512f,popcnt"))) void contaGradeAvx512(const Coluna& col, int colunas, const Grade& g,
+                                                                int& ambos, int& algum) {
+  const int m = static_cast<int>(g.y1.size());
+  const __m512d limite = _mm512_set1_pd(kAbaixoDeUm);
+  for (int i = 0; i <= colunas; ++i) {
+    const TermosColuna t = termos(col, i);
+    const __m512d s1 = _mm512_set1_pd(t.s1), t1 = _mm512_set1_pd(t.t1);
+    const __m512d s2 = _mm512_set1_pd(t.s2), t2 = _mm512_set1_pd(t.t2);
+    for (int j = 0; j < m; j += 8) {
+      const __mmask8 validas = m - j >= 8 ? 0xff : static_cast<__mmask8>((1u << (m - j)) - 1);
+      const __m512d v1 = _mm512_add_pd(_mm512_add_pd(s1, _mm512_mul_pd(t1, _mm512_maskz_loadu_pd(validas, &g.y1[j]))),
+                                       _mm512_maskz_loadu_pd(validas, &g.q1[j]));
+      const __m512d v2 = _mm512_add_pd(_mm512_add_pd(s2, _mm512_mul_pd(t2, _mm512_maskz_loadu_pd(validas, &g.y2[j]))),
+                                       _mm512_maskz_loadu_pd(validas, &g.q2[j]));
+      const unsigned d1 = _mm512_mask_cmp_pd_mask(validas, v1, limite, _CMP_LT_OQ);
+      const unsigned d2 = _mm512_mask_cmp_pd_mask(validas, v2, limite, _CMP_LT_OQ);
+      ambos += __builtin_popcount(d1 & d2);
+      algum += __builtin_popcount(d1 | d2);
+    }
+  }
+}
+
+// Four rows at a time, for machines without AVX-512.
+__attribute__((target("avx2,popcnt"))) void contaGradeAvx2(const Coluna& col, int colunas, const Grade& g, int& ambos,
+                                                           int& algum) {
+  const int m = static_cast<int>(g.y1.size());
+  const int inteiras = m - m % 4;
+  const __m256d limite = _mm256_set1_pd(kAbaixoDeUm);
+  for (int i = 0; i <= colunas; ++i) {
+    const TermosColuna t = termos(col, i);
+    const __m256d s1 = _mm256_set1_pd(t.s1), t1 = _mm256_set1_pd(t.t1);
+    const __m256d s2 = _mm256_set1_pd(t.s2), t2 = _mm256_set1_pd(t.t2);
+    for (int j = 0; j < inteiras; j += 4) {
+      const __m256d v1 =
+          _mm256_add_pd(_mm256_add_pd(s1, _mm256_mul_pd(t1, _mm256_loadu_pd(&g.y1[j]))), _mm256_loadu_pd(&g.q1[j]));
+      const __m256d v2 =
+          _mm256_add_pd(_mm256_add_pd(s2, _mm256_mul_pd(t2, _mm256_loadu_pd(&g.y2[j]))), _mm256_loadu_pd(&g.q2[j]));
+      const unsigned d1 = _mm256_movemask_pd(_mm256_cmp_pd(v1, limite, _CMP_LT_OQ));
+      const unsigned d2 = _mm256_movemask_pd(_mm256_cmp_pd(v2, limite, _CMP_LT_OQ));
+      ambos += __builtin_popcount(d1 & d2);
+      algum += __builtin_popcount(d1 | d2);
+    }
+    for (int j = inteiras; j < m; ++j) {
+      const bool d1 = (t.s1 + t.t1 * g.y1[j]) + g.q1[j] < kAbaixoDeUm;
+      const bool d2 = (t.s2 + t.t2 * g.y2[j]) + g.q2[j] < kAbaixoDeUm;
+      ambos += d1 & d2;
+      algum += d1 | d2;
+    }
+  }
+}
+
+using ContaGrade = void (*)(const Coluna&, int, const Grade&, int&, int&);
+const ContaGrade contaGrade = __builtin_cpu_supports("avx512f")  ? contaGradeAvx512
+                              : __builtin_cpu_supports("avx2") ? contaGradeAvx2
+                                                               : contaGradeSimples;
 
 }  // namespace
 
@@ -168,10 +227,9 @@ float sobreposicao(const Referencia& ref, const Regiao& r2t, Grade& g) {
     g.y2.push_back(yb);
     g.q2.push_back(c2 * yb * yb);
   }
-  const int linhas = static_cast<int>(g.y1.size());
   int ambos = 0, algum = 0;
   const Coluna col{static_cast<float>(minx), passo, diff.x, e1.a, e1.b, a2, b2};
-  contaGrade(col, colunas, g.y1.data(), g.q1.data(), g.y2.data(), g.q2.data(), linhas, ambos, algum);
+  contaGrade(col, colunas, g, ambos, algum);
   return ambos > 0 ? static_cast<float>(ambos) / static_cast<float>(algum) : 0.f;
 }
 
