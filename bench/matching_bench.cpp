@@ -7,6 +7,10 @@
 #include "matching/busca.hpp"
 #include "matching/ratio.hpp"
 #include "matching/tools.hpp"
+#include "matching/vizinhos_l2.hpp"
+
+#include <immintrin.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <string>
@@ -68,7 +72,91 @@ void BM_Ferramenta(benchmark::State& state) {
   for (auto _ : state) (ratio ? MatRatio : MatNN)(5, argv);
 }
 
+// Brute-force k-NN, 5000 x 5000 x 128, one thread or all: OpenCV's BFMatcher
+// (path 0), the tiles summing every pair in its order (1), candidates by
+// matrix product (2); threads 1, or -1 for OpenCV's default (all cores).
+// GFLOP/s counts the product's 2 n flops per pair.
+void BM_ForcaBruta(benchmark::State& state) {
+  const ParDescritores& par = stores().par;
+  const int caminho = int(state.range(0)), k = int(state.range(1)), antes = cv::getNumThreads();
+  cv::setNumThreads(int(state.range(2)));
+  for (auto _ : state) {
+    std::vector<std::vector<cv::DMatch>> r;
+    if (caminho == 0)
+      cv::BFMatcher(cv::NORM_L2).knnMatch(par.descritores1, par.descritores2, r, k);
+    else
+      r = matching::vizinhosL2(par.descritores1, par.descritores2, k,
+                               caminho == 1 ? matching::Vetores::avx512 : matching::Vetores::produto);
+    benchmark::DoNotOptimize(r.data());
+  }
+  cv::setNumThreads(antes);
+  const double flops = 2.0 * par.descritores1.rows * par.descritores2.rows * par.descritores1.cols;
+  state.counters["GFLOP/s"] = benchmark::Counter(flops * 1e-9 * state.iterations(), benchmark::Counter::kIsRate);
+}
+
+// 100,000 x 100,000 x 128 whole-number descriptors (SIFT's kind of values), 1-NN
+// with all threads; peak memory of the process beside the time. Minutes for
+// BFMatcher: run it alone with --benchmark_filter=BM_CemMil.
+void BM_CemMil(benchmark::State& state) {
+  static const cv::Mat a = [] {
+    cv::Mat m(100000, 128, CV_32F);
+    cv::RNG(1).fill(m, cv::RNG::UNIFORM, 0, 64);
+    m.forEach<float>([](float& v, const int*) { v = std::floor(v); });
+    return m;
+  }();
+  static const cv::Mat b = [] {
+    cv::Mat m(100000, 128, CV_32F);
+    cv::RNG(2).fill(m, cv::RNG::UNIFORM, 0, 64);
+    m.forEach<float>([](float& v, const int*) { v = std::floor(v); });
+    return m;
+  }();
+  for (auto _ : state) {
+    std::vector<std::vector<cv::DMatch>> r;
+    if (state.range(0) == 0)
+      cv::BFMatcher(cv::NORM_L2).knnMatch(a, b, r, 1);
+    else
+      r = matching::vizinhosL2(a, b, 1, matching::Vetores::produto);
+    benchmark::DoNotOptimize(r.data());
+  }
+  rusage uso{};
+  getrusage(RUSAGE_SELF, &uso);
+  state.counters["pico_MB"] = double(uso.ru_maxrss) / 1024;
+  state.counters["GFLOP/s"] =
+      benchmark::Counter(2.0 * a.rows * b.rows * a.cols * 1e-9 * state.iterations(), benchmark::Counter::kIsRate);
+}
+
+// The core's peak: independent AVX-512 multiply-adds on registers, enough
+// chains to hide their latency. The yardstick for GFLOP/s above.
+__attribute__((target("avx512f"))) void BM_PicoFMA(benchmark::State& state) {
+  if (!__builtin_cpu_supports("avx512f")) {
+    state.SkipWithError("sem AVX-512");
+    return;
+  }
+  constexpr int kCadeias = 16, kVoltas = 1 << 16;
+  for (auto _ : state) {
+    __m512 acc[kCadeias];
+    for (int c = 0; c < kCadeias; ++c) acc[c] = _mm512_set1_ps(float(c));
+    const __m512 a = _mm512_set1_ps(0.999f), b = _mm512_set1_ps(1e-3f);
+    for (int v = 0; v < kVoltas; ++v)
+      for (int c = 0; c < kCadeias; ++c) acc[c] = _mm512_fmadd_ps(acc[c], a, b);
+    alignas(64) float v[16];
+    for (int c = 1; c < kCadeias; ++c) acc[0] = _mm512_add_ps(acc[0], acc[c]);
+    _mm512_store_ps(v, acc[0]);
+    benchmark::DoNotOptimize(v[0]);
+  }
+  state.counters["GFLOP/s"] =
+      benchmark::Counter(2.0 * 16 * kCadeias * kVoltas * 1e-9 * state.iterations(), benchmark::Counter::kIsRate);
+}
+
 }  // namespace
+
+BENCHMARK(BM_PicoFMA);
+BENCHMARK(BM_ForcaBruta)
+    ->ArgNames({"caminho", "k", "threads"})
+    ->ArgsProduct({{0, 1, 2}, {1, 2}, {1, -1}})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(BM_CemMil)->ArgName("produto")->Arg(1)->Arg(0)->Unit(benchmark::kSecond)->Iterations(1)->UseRealTime();
 
 // Process CPU time: OpenCV's matchers spread the rows over threads.
 BENCHMARK(BM_CasaNN)->ArgName("flann")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();

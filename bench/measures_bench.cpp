@@ -1,6 +1,6 @@
 // Overlap repeatability against cv::evaluateFeatureDetector on the same
 // regions: about 3,000 x 3,500 SIFT keypoints of graf 1 and 2. Argument: the
-// thread count (1, or 0 for all of the machine's).
+// thread count (1, or -1 for OpenCV's default: all of the machine's).
 #include "bench/cena.hpp"
 #include "formats/transform.hpp"
 #include "measures/repetibilidade.hpp"
@@ -44,7 +44,7 @@ void BM_RepeticaoSobreposicao(benchmark::State& state) {
   state.counters["keypoints1"] = double(p.k1.size());
   state.counters["keypoints2"] = double(p.k2.size());
 }
-BENCHMARK(BM_RepeticaoSobreposicao)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_RepeticaoSobreposicao)->Arg(1)->Arg(-1)->Unit(benchmark::kMillisecond);
 
 void BM_EvaluateFeatureDetector(benchmark::State& state) {
   const Par& p = par();
@@ -59,6 +59,6 @@ void BM_EvaluateFeatureDetector(benchmark::State& state) {
   }
   cv::setNumThreads(antes);
 }
-BENCHMARK(BM_EvaluateFeatureDetector)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_EvaluateFeatureDetector)->Arg(1)->Arg(-1)->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <cfloat>
 #include <cmath>
 #include <cstring>
+#include <optional>
 
 #if defined(__x86_64__)
 #include <immintrin.h>
@@ -158,6 +159,7 @@ Tile escolheTile(Vetores v) {
     case Vetores::avx512:
       return tileAvx512;
     case Vetores::melhor:
+    case Vetores::produto:
       break;
   }
   return temAvx512() ? tileAvx512 : temAvx2() ? tileAvx2 : tileEscalar;
@@ -213,6 +215,262 @@ void buscaTarefa(const cv::Mat& query, const cv::Mat& train, int k, int q0, int 
   }
 }
 
+// --- Candidates by matrix product -----------------------------------------
+//
+// The squared distance |q|^2 + |t|^2 - 2 q.t costs one multiply-add per
+// element, a third of the difference-square-sum, and runs at the core's
+// product rate. It is not OpenCV's sum, so it only chooses:
+// - exact data (whole numbers small enough that every partial sum of either
+//   form is a whole number below 2^24, as SIFT's are): both forms are exact,
+//   the product gives OpenCV's very sum and the selection runs on it;
+// - any other data: the product's error and OpenCV's are bounded by
+//   c (|q|^2 + |t|^2); train rows whose lower bound cannot reach the k-th
+//   smallest upper bound are dropped, the others are summed again with the
+//   exact kernel, in train order, and selected by OpenCV's rule.
+// Either way the answer is BFMatcher's bit for bit, and no distance matrix
+// is held: a tile of 8 queries by 32 train rows lives in registers.
+
+#if defined(__x86_64__)
+
+constexpr int kLarguraPainel = 32;   // train rows per packed panel
+constexpr int kLinhasNucleo = 12;    // query rows per tile
+constexpr int kPaineisBloco = 32;    // panels per train block (1024 rows)
+constexpr int kConsultasTarefa = 96;  // whole tiles of query rows
+
+// Whole numbers in [lo, hi] with n (hi - lo)^2 and 2 n max(|lo|, |hi|)^2
+// below 2^24: every partial sum of squares, products and norms is exact.
+bool dadosExatos(const cv::Mat& a, const cv::Mat& b, int n) {
+  float lo = 0, hi = 0;
+  bool primeiro = true;
+  for (const cv::Mat* m : {&a, &b})
+    for (int i = 0; i < m->rows; ++i) {
+      const float* p = m->ptr<float>(i);
+      for (int j = 0; j < n; ++j) {
+        if (p[j] != std::nearbyint(p[j])) return false;
+        if (primeiro) lo = hi = p[j], primeiro = false;
+        lo = std::min(lo, p[j]);
+        hi = std::max(hi, p[j]);
+      }
+    }
+  const double limite = 16777216.0, amplitude = double(hi) - lo, maior = std::max(std::fabs(lo), std::fabs(hi));
+  return n * amplitude * amplitude < limite && 2.0 * n * maior * maior < limite;
+}
+
+// Train rows packed by panels: panel p holds, for each element k, the 32
+// values t[32 p + l][k]; rows past the end are zeros.
+struct TreinoEmPaineis {
+  int paineis = 0;
+  std::vector<float> valores;
+  std::vector<float> normas;  // |t|^2 per row, padded
+};
+
+TreinoEmPaineis empacota(const cv::Mat& train, int n) {
+  TreinoEmPaineis t;
+  t.paineis = (train.rows + kLarguraPainel - 1) / kLarguraPainel;
+  t.valores.assign(size_t(t.paineis) * n * kLarguraPainel, 0.f);
+  t.normas.assign(size_t(t.paineis) * kLarguraPainel, 0.f);
+  for (int i = 0; i < train.rows; ++i) {
+    const float* r = train.ptr<float>(i);
+    float* painel = &t.valores[size_t(i / kLarguraPainel) * n * kLarguraPainel + i % kLarguraPainel];
+    double norma = 0;
+    for (int k = 0; k < n; ++k) {
+      painel[size_t(k) * kLarguraPainel] = r[k];
+      norma += double(r[k]) * r[k];
+    }
+    t.normas[i] = float(norma);
+  }
+  return t;
+}
+
+// What one query row keeps while the train rows pass.
+struct Selecao {
+  // The k best as OpenCV keeps them (distance bits and train index) and, on
+  // exact data, their squared distances.
+  int dist[kMaxK], idx[kMaxK];
+  float quadrado[kMaxK];
+  // Other data: the k smallest upper bounds, and the rows whose lower bound
+  // did not exceed the k-th of them when they passed, with that bound.
+  float tetos[kMaxK];
+  std::vector<std::pair<int, float>> candidatos;
+};
+
+void reinicia(Selecao& s) {
+  for (int i = 0; i < kMaxK; ++i) s.dist[i] = bits(FLT_MAX), s.idx[i] = -1, s.quadrado[i] = FLT_MAX;
+}
+
+// OpenCV's rule (insere) with the squared distance carried along.
+void insereQuadrado(Selecao& s, int k, float quadrado, int j) {
+  const int d = bits(std::sqrt(quadrado));
+  if (d >= s.dist[k - 1]) return;
+  int p = k - 2;
+  for (; p >= 0 && s.dist[p] > d; --p) {
+    s.dist[p + 1] = s.dist[p];
+    s.idx[p + 1] = s.idx[p];
+    s.quadrado[p + 1] = s.quadrado[p];
+  }
+  s.dist[p + 1] = d;
+  s.idx[p + 1] = j;
+  s.quadrado[p + 1] = quadrado;
+}
+
+struct Produto {
+  const cv::Mat& query;
+  const cv::Mat& train;
+  int n, k;
+  bool exato;
+  float folga;  // c in the error bound c (|q|^2 + |t|^2)
+  TreinoEmPaineis t;
+  std::vector<float> normasQuery;
+};
+
+// 12 query rows by one panel of 32 train rows: squared distances by
+// product, then each row's selection. `q` holds the rows interleaved,
+// element e of row r at q[e * 12 + r] (the last row repeated past the end);
+// `s` their selections (null past the end).
+__attribute__((target("avx512f"))) void tileProduto(const Produto& p, const float* q, const float nq[kLinhasNucleo],
+                                                    Selecao* const s[kLinhasNucleo], int painel) {
+  const int n = p.n;
+  const float* b = &p.t.valores[size_t(painel) * n * kLarguraPainel];
+  __m512 acc[kLinhasNucleo][2];
+  for (int r = 0; r < kLinhasNucleo; ++r) acc[r][0] = acc[r][1] = _mm512_setzero_ps();
+  for (int e = 0; e < n; ++e) {
+    const __m512 b0 = _mm512_loadu_ps(b + size_t(e) * kLarguraPainel);
+    const __m512 b1 = _mm512_loadu_ps(b + size_t(e) * kLarguraPainel + 16);
+    for (int r = 0; r < kLinhasNucleo; ++r) {
+      const __m512 a = _mm512_set1_ps(q[size_t(e) * kLinhasNucleo + r]);
+      acc[r][0] = _mm512_fmadd_ps(a, b0, acc[r][0]);
+      acc[r][1] = _mm512_fmadd_ps(a, b1, acc[r][1]);
+    }
+  }
+  const int j0 = painel * kLarguraPainel;
+  const int validas = std::min(kLarguraPainel, p.train.rows - j0);
+  const uint32_t mascaraValidas = validas == kLarguraPainel ? 0xffffffffu : (1u << validas) - 1;
+  const float* nt = &p.t.normas[j0];
+  const __m512 c = _mm512_set1_ps(p.folga);
+  for (int r = 0; r < kLinhasNucleo; ++r) {
+    Selecao* sel = s[r];
+    if (!sel) continue;
+    float d[kLarguraPainel];
+    for (int h = 0; h < 2; ++h) {
+      const __m512 normas = _mm512_add_ps(_mm512_set1_ps(nq[r]), _mm512_loadu_ps(nt + 16 * h));
+      _mm512_storeu_ps(d + 16 * h, _mm512_sub_ps(normas, _mm512_add_ps(acc[r][h], acc[r][h])));
+    }
+    uint32_t m = 0;
+    if (p.exato) {
+      // A row at or above the k-th squared distance cannot enter: the square
+      // root keeps the order, so its distance is not strictly smaller.
+      const __m512 limite = _mm512_set1_ps(sel->quadrado[p.k - 1]);
+      for (int h = 0; h < 2; ++h)
+        m |= uint32_t(_mm512_cmp_ps_mask(_mm512_loadu_ps(d + 16 * h), limite, _CMP_LT_OQ)) << (16 * h);
+      for (m &= mascaraValidas; m; m &= m - 1) {
+        const int l = __builtin_ctz(m);
+        insereQuadrado(*sel, p.k, d[l], j0 + l);
+      }
+      continue;
+    }
+    // d - c |t|^2 <= k-th upper bound + c |q|^2: the row's lower bound may
+    // reach it (the slack in c covers these few roundings).
+    const float cq = p.folga * nq[r];
+    const __m512 teto = _mm512_set1_ps(sel->tetos[p.k - 1] + cq);
+    for (int h = 0; h < 2; ++h) {
+      const __m512 piso = _mm512_sub_ps(_mm512_loadu_ps(d + 16 * h), _mm512_mul_ps(c, _mm512_loadu_ps(nt + 16 * h)));
+      m |= uint32_t(_mm512_cmp_ps_mask(piso, teto, _CMP_LE_OQ)) << (16 * h);
+    }
+    for (m &= mascaraValidas; m; m &= m - 1) {
+      const int l = __builtin_ctz(m);
+      const float margem = cq + p.folga * nt[l];
+      if (d[l] - margem > sel->tetos[p.k - 1]) continue;
+      sel->candidatos.emplace_back(j0 + l, d[l] - margem);
+      float teto1 = d[l] + margem;
+      for (int i = 0; i < p.k; ++i)
+        if (teto1 < sel->tetos[i]) std::swap(teto1, sel->tetos[i]);
+    }
+  }
+}
+
+// The candidates of one query that the final k-th upper bound admits, summed
+// again exactly in train order and selected by OpenCV's rule.
+void resolve(const Produto& p, int i, Selecao& sel) {
+  const float* q = p.query.ptr<float>(i);
+  for (const auto& [j, piso] : sel.candidatos)
+    if (piso <= sel.tetos[p.k - 1])
+      insere(sel.dist, sel.idx, p.k, bits(std::sqrt(somaQuadrados(q, p.train.ptr<float>(j), p.n))), j);
+  std::vector<std::pair<int, float>>().swap(sel.candidatos);
+}
+
+bool temProduto() { return temAvx512(); }
+
+// Nothing when a squared norm reaches 1e30: distances may then overflow,
+// which only the tiles treat as OpenCV does.
+std::optional<std::vector<std::vector<cv::DMatch>>> vizinhosPorProduto(const cv::Mat& query, const cv::Mat& train,
+                                                                       int k) {
+  const int n = query.cols, nq = query.rows;
+  // OpenCV's sum errs by at most (n/16 + 8) u S, the product by (2n + 8) u
+  // (|q|^2 + |t|^2), and S <= 2 (|q|^2 + |t|^2); equal square roots need
+  // 4 u S more. c below is about twice their sum.
+  Produto p{query, train, n, k, dadosExatos(query, train, n), float((4.0 * n + 128) / 16777216.0), {}, {}};
+  p.t = empacota(train, n);
+  p.normasQuery.resize(nq);
+  for (int i = 0; i < nq; ++i) {
+    double norma = 0;
+    const float* r = query.ptr<float>(i);
+    for (int e = 0; e < n; ++e) norma += double(r[e]) * r[e];
+    p.normasQuery[i] = float(norma);
+  }
+  const auto grande = [](float v) { return !(v < 1e30f); };
+  if (std::any_of(p.normasQuery.begin(), p.normasQuery.end(), grande) ||
+      std::any_of(p.t.normas.begin(), p.t.normas.end(), grande))
+    return std::nullopt;
+  std::vector<Selecao> sel(nq);
+  for (Selecao& s : sel) {
+    reinicia(s);
+    for (float& t : s.tetos) t = FLT_MAX;
+  }
+  const int tarefas = (nq + kConsultasTarefa - 1) / kConsultasTarefa;
+  cv::parallel_for_(cv::Range(0, tarefas), [&](const cv::Range& faixa) {
+    // The task's query rows interleaved by tiles, as tileProduto reads them.
+    std::vector<float> intercaladas(size_t(kConsultasTarefa) * n);
+    for (int tarefa = faixa.start; tarefa < faixa.end; ++tarefa) {
+      const int q0 = tarefa * kConsultasTarefa, q1 = std::min(nq, q0 + kConsultasTarefa);
+      for (int i = q0; i < q1; i += kLinhasNucleo)
+        for (int r = 0; r < kLinhasNucleo; ++r) {
+          const float* linha = query.ptr<float>(std::min(i + r, q1 - 1));
+          float* destino = &intercaladas[size_t(i - q0) * n + r];
+          for (int e = 0; e < n; ++e) destino[size_t(e) * kLinhasNucleo] = linha[e];
+        }
+      for (int b0 = 0; b0 < p.t.paineis; b0 += kPaineisBloco) {
+        const int b1 = std::min(p.t.paineis, b0 + kPaineisBloco);
+        for (int i = q0; i < q1; i += kLinhasNucleo) {
+          float nqs[kLinhasNucleo];
+          Selecao* ss[kLinhasNucleo];
+          for (int r = 0; r < kLinhasNucleo; ++r) {
+            nqs[r] = p.normasQuery[std::min(i + r, q1 - 1)];
+            ss[r] = i + r < q1 ? &sel[i + r] : nullptr;
+          }
+          const float* qi = &intercaladas[size_t(i - q0) * n];
+          for (int painel = b0; painel < b1; ++painel) tileProduto(p, qi, nqs, ss, painel);
+        }
+      }
+      if (!p.exato)
+        for (int i = q0; i < q1; ++i) resolve(p, i, sel[i]);
+    }
+  });
+  std::vector<std::vector<cv::DMatch>> listas(nq);
+  for (int i = 0; i < nq; ++i)
+    for (int e = 0; e < k && sel[i].idx[e] >= 0; ++e)
+      listas[i].emplace_back(i, sel[i].idx[e], 0, deBits(sel[i].dist[e]));
+  return listas;
+}
+
+#else
+
+bool temProduto() { return false; }
+std::optional<std::vector<std::vector<cv::DMatch>>> vizinhosPorProduto(const cv::Mat&, const cv::Mat&, int) {
+  return std::nullopt;
+}
+
+#endif
+
 }  // namespace
 
 bool disponivel(Vetores v) {
@@ -221,6 +479,8 @@ bool disponivel(Vetores v) {
       return temAvx2();
     case Vetores::avx512:
       return temAvx512();
+    case Vetores::produto:
+      return temProduto();
     default:
       return true;
   }
@@ -241,6 +501,8 @@ std::vector<std::vector<cv::DMatch>> vizinhosL2(const cv::Mat& query, const cv::
   CV_Assert(query.type() == CV_32FC1 && train.type() == CV_32FC1 && query.cols == train.cols);
   CV_Assert(k >= 1 && k <= kMaxK && disponivel(v));
   const int nq = query.rows;
+  if (v == Vetores::produto || (v == Vetores::melhor && temProduto() && nq > 0 && train.rows > 0 && query.cols > 0))
+    if (auto listas = vizinhosPorProduto(query, train, k)) return *listas;
   std::vector<int> dist(size_t(nq) * k, bits(FLT_MAX)), idx(size_t(nq) * k, -1);
   const Tile tile = escolheTile(v);
   const int tarefas = (nq + kQueriesPorTarefa - 1) / kQueriesPorTarefa;

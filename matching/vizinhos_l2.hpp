@@ -13,9 +13,11 @@
 
 namespace matching {
 
-// The vector instructions to use: the widest the processor has, unless a
-// test asks for a narrower path.
-enum class Vetores { melhor, escalar, avx2, avx512 };
+// The path to take: the fastest the processor has, unless a test asks for
+// another. The tiles (escalar, avx2, avx512) sum every pair in OpenCV's
+// order; `produto` (AVX-512) chooses candidates by matrix product and sums
+// only those in OpenCV's order (vizinhos_l2.cpp says why that is exact).
+enum class Vetores { melhor, escalar, avx2, avx512, produto };
 bool disponivel(Vetores v);
 
 // One list per query row, nearest first, at most k entries (fewer when the

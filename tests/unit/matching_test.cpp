@@ -41,6 +41,14 @@ void esperaIguais(const Listas& nossas, const Listas& delas) {
 
 TEST(Busca, BruteForceIsOpenCVsMatcherBitForBit) {
   cv::Mat repetidas = aleatorios(40, 128, 7);
+  // Train rows a few units in the last place apart: distances nearly equal.
+  cv::Mat quase(50, 64, CV_32F);
+  for (int i = 0; i < quase.rows; ++i) {
+    aleatorios(1, 64, 40).copyTo(quase.row(i));
+    quase.at<float>(i, i % 64) = std::nextafter(quase.at<float>(i, i % 64), 2.f * (i % 3));
+  }
+  cv::Mat zeros = aleatorios(30, 128, 41, 255);
+  zeros.rowRange(0, 5).setTo(0);
   repetidas.row(3).copyTo(repetidas.row(30));  // the same distance at two train indices
   repetidas.row(5).copyTo(repetidas.row(6));
   // Squares beyond FLT_MAX (the last case): OpenCV gives those queries no neighbour.
@@ -52,7 +60,16 @@ TEST(Busca, BruteForceIsOpenCVsMatcherBitForBit) {
       {"MenosDe16", aleatorios(17, 3, 11), aleatorios(9, 3, 12)},
       {"UmPassoEMeio", aleatorios(17, 24, 13), aleatorios(9, 24, 14)},
       {"UmaLinhaDeTreino", aleatorios(5, 128, 15), aleatorios(1, 128, 16)},
-      {"DistanciasInfinitas", aleatorios(6, 16, 17) * 1e20, aleatorios(7, 16, 18) * -1e20}};
+      {"DistanciasInfinitas", aleatorios(6, 16, 17) * 1e20, aleatorios(7, 16, 18) * -1e20},
+      // The product path's own boundaries: blocks of 1024 train rows, tasks
+      // of 64 queries, tiles of 8 by 32; whole numbers too wide for exact
+      // sums; nearly equal distances; zero rows; large and negative values.
+      {"SiftEmVariosBlocos", aleatorios(130, 128, 19, 255), aleatorios(2100, 128, 20, 255)},
+      {"InteirosLargos", aleatorios(70, 128, 21, 4000), aleatorios(300, 128, 22, 4000)},
+      {"QuaseIguais", aleatorios(9, 64, 40), quase},
+      {"Zeros", zeros.rowRange(0, 12), zeros},
+      {"Grandes", aleatorios(20, 24, 23) * 1e12, aleatorios(40, 24, 24) * 1e12},
+      {"Negativos", aleatorios(33, 17, 25) - 0.5, aleatorios(65, 17, 26) - 0.5}};
   for (const auto& [nome, query, train] : casos) {
     SCOPED_TRACE(nome);
     Listas nn, delas2, nossas1;
@@ -62,10 +79,15 @@ TEST(Busca, BruteForceIsOpenCVsMatcherBitForBit) {
     for (const cv::DMatch& m : casaNN(query, train, Busca::brute)) nossas1.push_back({m});
     esperaIguais(nossas1, nn);
     esperaIguais(casa2NN(query, train, Busca::brute), delas2);
-    for (auto v : {matching::Vetores::escalar, matching::Vetores::avx2, matching::Vetores::avx512}) {
+    for (auto v : {matching::Vetores::escalar, matching::Vetores::avx2, matching::Vetores::avx512,
+                   matching::Vetores::produto}) {
       if (!matching::disponivel(v)) continue;
       SCOPED_TRACE(static_cast<int>(v));
       esperaIguais(matching::vizinhosL2(query, train, 2, v), delas2);
+      Listas nossas1v;
+      for (const auto& l : matching::vizinhosL2(query, train, 1, v))
+        if (!l.empty()) nossas1v.push_back(l);
+      esperaIguais(nossas1v, nn);
     }
   }
   for (int n : {1, 15, 16, 17, 31, 32, 64, 100, 128, 129}) {
