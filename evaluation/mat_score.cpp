@@ -2,7 +2,6 @@
 #include "evaluation/tools.hpp"
 
 #include "formats/csv.hpp"
-#include "formats/stores.hpp"
 #include "formats/transform.hpp"
 #include "measures/casamento.hpp"
 #include "support/erro.hpp"
@@ -42,10 +41,8 @@ void MatScore(int argc, char** argv) {
          "  matching_score: acertos na parte comum / min(n1,n2)",
          "  mma@t: casamentos com distancia(mat33*k1,k2)<=t, t=1..10",
          "  ap: precisao media da lista; homography: erro medio dos cantos da estimada por RANSAC"});
-  const evaluation::Geometria g = evaluation::leGeometria(argv[1], argv[2], argv[6]);
-  const std::vector<cv::KeyPoint> k1 = formats::leKeyPoints(argv[3]), k2 = formats::leKeyPoints(argv[4]);
-  evaluation::confereKeyPoints(k1, g.img1, argv[3], argv[1]);
-  evaluation::confereKeyPoints(k2, g.img2, argv[4], argv[2]);
+  const evaluation::ParMedido par = evaluation::leParMedido(argv[1], argv[2], argv[3], argv[4], argv[6]);
+  const evaluation::Geometria& g = par.g;
   const formats::Casamentos c = formats::leCasamentos(argv[5]);
   evaluation::confereKeyPoints(c.keypoints1, g.img1, argv[5], argv[1]);
   evaluation::confereKeyPoints(c.keypoints2, g.img2, argv[5], argv[2]);
@@ -82,7 +79,7 @@ void MatScore(int argc, char** argv) {
     p1[i] = a.pt;
     p2[i] = b.pt;
   }
-  const int n1 = naParteComum(k1, 1, g, op.comum), n2 = naParteComum(k2, 2, g, op.comum);
+  const int n1 = naParteComum(par.k1, 1, g, op.comum), n2 = naParteComum(par.k2, 2, g, op.comum);
   const measures::Medida score = measures::matchingScore(corretosComuns, n1, n2);
   const measures::MMA mma = measures::mma(erros);
   const measures::Medida ap = measures::averagePrecision(certos);

@@ -1,5 +1,6 @@
 #include "evaluation/medidas_entrada.hpp"
 
+#include "formats/stores.hpp"
 #include "formats/transform.hpp"
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
@@ -37,6 +38,14 @@ void confereKeyPoints(const std::vector<cv::KeyPoint>& k, cv::Size img, const st
     if (!(p.pt.x >= -0.5f && p.pt.x <= img.width - 0.5f && p.pt.y >= -0.5f && p.pt.y <= img.height - 0.5f))
       tvm::erro("Erro: keypoint fora da imagem ", imagem, " em " + arquivo);
   }
+}
+
+ParMedido leParMedido(const std::string& img1, const std::string& img2, const std::string& key1,
+                      const std::string& key2, const std::string& mat33) {
+  ParMedido p{leGeometria(img1, img2, mat33), formats::leKeyPoints(key1), formats::leKeyPoints(key2)};
+  confereKeyPoints(p.k1, p.g.img1, key1, img1);
+  confereKeyPoints(p.k2, p.g.img2, key2, img2);
+  return p;
 }
 
 void leOpcoesMedida(tvm::ISTR& opcoes, OpcoesMedida& op) {

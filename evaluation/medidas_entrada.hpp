@@ -23,6 +23,15 @@ struct Geometria {
 // not count matches through a collapsed plane as correct.
 Geometria leGeometria(const std::string& img1, const std::string& img2, const std::string& mat33);
 
+// Both images' geometry and both keypoint stores, each checked against its
+// image.
+struct ParMedido {
+  Geometria g;
+  std::vector<cv::KeyPoint> k1, k2;
+};
+ParMedido leParMedido(const std::string& img1, const std::string& img2, const std::string& key1,
+                      const std::string& key2, const std::string& mat33);
+
 // Every keypoint must have a positive size and lie on its image (within half
 // a pixel of the border): a store given with the wrong image stops the tool.
 void confereKeyPoints(const std::vector<cv::KeyPoint>& k, cv::Size img, const std::string& arquivo,

@@ -69,17 +69,18 @@ TermosColuna termos(const Coluna& col, int i) {
   return {col.a1 * x1 * x1, 2 * col.b1 * x1, col.a2 * x2 * x2, 2 * col.b2 * x2};
 }
 
-void contaGradeSimples(const Coluna& col, int colunas, const Grade& g, int& ambos, int& algum) {
-  const int m = static_cast<int>(g.y1.size());
-  for (int i = 0; i <= colunas; ++i) {
-    const TermosColuna t = termos(col, i);
-    for (int j = 0; j < m; ++j) {
-      const bool d1 = (t.s1 + t.t1 * g.y1[j]) + g.q1[j] < kAbaixoDeUm;
-      const bool d2 = (t.s2 + t.t2 * g.y2[j]) + g.q2[j] < kAbaixoDeUm;
-      ambos += d1 & d2;
-      algum += d1 | d2;
-    }
+// Rows [j0, j1) of one column, one at a time.
+void contaLinhas(const TermosColuna& t, const Grade& g, int j0, int j1, int& ambos, int& algum) {
+  for (int j = j0; j < j1; ++j) {
+    const bool d1 = (t.s1 + t.t1 * g.y1[j]) + g.q1[j] < kAbaixoDeUm;
+    const bool d2 = (t.s2 + t.t2 * g.y2[j]) + g.q2[j] < kAbaixoDeUm;
+    ambos += d1 & d2;
+    algum += d1 | d2;
   }
+}
+
+void contaGradeSimples(const Coluna& col, int colunas, const Grade& g, int& ambos, int& algum) {
+  for (int i = 0; i <= colunas; ++i) contaLinhas(termos(col, i), g, 0, static_cast<int>(g.y1.size()), ambos, algum);
 }
 
 // Eight rows at a time; comparisons give bit masks, counted by popcount.
@@ -125,19 +126,27 @@ __attribute__((target("avx2,popcnt"))) void contaGradeAvx2(const Coluna& col, in
       ambos += __builtin_popcount(d1 & d2);
       algum += __builtin_popcount(d1 | d2);
     }
-    for (int j = inteiras; j < m; ++j) {
-      const bool d1 = (t.s1 + t.t1 * g.y1[j]) + g.q1[j] < kAbaixoDeUm;
-      const bool d2 = (t.s2 + t.t2 * g.y2[j]) + g.q2[j] < kAbaixoDeUm;
-      ambos += d1 & d2;
-      algum += d1 | d2;
-    }
+    contaLinhas(t, g, inteiras, m, ambos, algum);
   }
 }
 
 using ContaGrade = void (*)(const Coluna&, int, const Grade&, int&, int&);
-const ContaGrade contaGrade = __builtin_cpu_supports("avx512f")  ? contaGradeAvx512
-                              : __builtin_cpu_supports("avx2") ? contaGradeAvx2
-                                                               : contaGradeSimples;
+ContaGrade contaGradeDe(Vetores v) {
+  switch (v) {
+    case Vetores::escalar:
+      return contaGradeSimples;
+    case Vetores::avx2:
+      return contaGradeAvx2;
+    case Vetores::avx512:
+      return contaGradeAvx512;
+    case Vetores::melhor:
+      break;
+  }
+  return __builtin_cpu_supports("avx512f") ? contaGradeAvx512
+         : __builtin_cpu_supports("avx2")  ? contaGradeAvx2
+                                           : contaGradeSimples;
+}
+const ContaGrade contaGradeMelhor = contaGradeDe(Vetores::melhor);
 
 }  // namespace
 
@@ -191,7 +200,7 @@ Referencia::Referencia(const Regiao& r) : r1(r) {
 
 namespace {
 
-float sobreposicao(const Referencia& ref, const Regiao& r2t, Grade& g) {
+float sobreposicao(const Referencia& ref, const Regiao& r2t, Grade& g, ContaGrade contaGrade) {
   const cv::Point2f diff = r2t.centro - ref.r1.centro;
   if (!(std::sqrt(double(diff.x) * diff.x + double(diff.y) * diff.y) < ref.alcance)) return 0;
   const Regiao& e1 = ref.escalada;
@@ -235,9 +244,20 @@ float sobreposicao(const Referencia& ref, const Regiao& r2t, Grade& g) {
 
 }  // namespace
 
-float sobreposicao(const Referencia& r1, const Regiao& r2t) {
+bool disponivel(Vetores v) {
+  switch (v) {
+    case Vetores::avx2:
+      return __builtin_cpu_supports("avx2");
+    case Vetores::avx512:
+      return __builtin_cpu_supports("avx512f");
+    default:
+      return true;
+  }
+}
+
+float sobreposicao(const Referencia& r1, const Regiao& r2t, Vetores v) {
   Grade g;
-  return sobreposicao(r1, r2t, g);
+  return sobreposicao(r1, r2t, g, contaGradeDe(v));
 }
 
 std::vector<Par> correspondencias(const std::vector<Regiao>& regioes1, const std::vector<Regiao>& regioes2t,
@@ -292,7 +312,7 @@ std::vector<Par> correspondencias(const std::vector<Regiao>& regioes1, const std
           }
       std::sort(perto.begin(), perto.end());
       for (int i2 : perto) {
-        const float s = sobreposicao(ref, regioes2t[i2], g);
+        const float s = sobreposicao(ref, regioes2t[i2], g, contaGradeMelhor);
         if (s > 0 && s >= minima) porRegiao[i1].push_back({s, i1, i2});
       }
     }

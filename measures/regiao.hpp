@@ -56,9 +56,14 @@ struct Referencia {
   float alcance;      // regions whose centres are this far or farther do not overlap
 };
 
+// The vector instructions that count the grid: the widest the processor
+// has, unless a test asks for a narrower path (all give the same counts).
+enum class Vetores { melhor, escalar, avx2, avx512 };
+bool disponivel(Vetores v);
+
 // Overlap (0..1) of r1 with r2t, a region of image 2 already mapped into
 // image 1; 0 when the centres are `alcance` or more apart.
-float sobreposicao(const Referencia& r1, const Regiao& r2t);
+float sobreposicao(const Referencia& r1, const Regiao& r2t, Vetores v = Vetores::melhor);
 
 // Overlap error under which two regions correspond, 0.4 in the detector
 // protocol; the overlap must then reach 1 - erro, computed in float.
