@@ -158,8 +158,11 @@ TEST(Sobreposicao, IgualAContagemPontoAPonto) {
     const measures::Referencia ref(measures::regiaoDe(k1));
     const measures::Regiao r2 = measures::projeta(measures::regiaoDe(k2), H);
     const float esperado = sobreposicaoPontoAPonto(ref, r2);
-    for (auto v : {measures::Vetores::escalar, measures::Vetores::avx2, measures::Vetores::avx512})
-      if (measures::disponivel(v)) ASSERT_EQ(measures::sobreposicao(ref, r2, v), esperado) << "caso " << caso;
+    for (auto v : {measures::Vetores::escalar, measures::Vetores::avx2, measures::Vetores::avx512}) {
+      if (measures::disponivel(v)) {
+        ASSERT_EQ(measures::sobreposicao(ref, r2, v), esperado) << "caso " << caso;
+      }
+    }
     comSobreposicao += esperado > 0;
   }
   EXPECT_GT(comSobreposicao, 800);
