@@ -3,11 +3,13 @@
 #include "support/arquivos.hpp"
 
 #include <sys/stat.h>
+#include <zlib.h>
 
 #include <charconv>
 #include <cfloat>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 
 namespace formats {
 
@@ -26,6 +28,27 @@ bool leArquivo(const std::string& file, std::string& texto) {
   texto.resize(static_cast<size_t>(info.st_size));
   if (std::fread(texto.data(), 1, texto.size(), arquivo.get()) != texto.size()) return false;
   return std::fgetc(arquivo.get()) == EOF;  // the file did not grow meanwhile
+}
+
+// A ".gz" store inflated whole, as OpenCV inflates it while reading (zlib
+// also passes text that is not gzip through unchanged); the same bound holds
+// for the inflated text as for a plain file.
+bool inflaArquivo(const std::string& file, std::string& texto) {
+  struct stat info {};
+  if (::stat(file.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
+  const std::unique_ptr<gzFile_s, int (*)(gzFile)> gz(::gzopen(file.c_str(), "rb"), ::gzclose);
+  if (!gz) return false;
+  constexpr size_t kBloco = size_t(1) << 20;
+  texto.clear();
+  for (;;) {
+    const size_t lido = texto.size();
+    if (lido > static_cast<size_t>(kMaiorArquivo)) return false;
+    texto.resize(lido + kBloco);
+    const int n = ::gzread(gz.get(), texto.data() + lido, static_cast<unsigned>(kBloco));
+    if (n < 0) return false;
+    texto.resize(lido + static_cast<size_t>(n));
+    if (n == 0) return true;
+  }
 }
 
 bool terminaEm(const std::string& s, const char* sufixo) {
@@ -68,7 +91,8 @@ struct Cursor {
     const char* digitos = q;
     while (q < fim && digito(*q)) ++q;
     const ptrdiff_t nd = q - digitos;
-    if (nd == 0) return false;
+    // A point and a digit open a real too (".5").
+    if (nd == 0 && !(fim - q >= 2 && q[0] == '.' && digito(q[1]))) return false;
     if (q < fim && (*q == '.' || *q == 'e')) {
       bool semFracao = true;
       if (*q == '.') {
@@ -112,11 +136,15 @@ struct Cursor {
   }
 };
 
-// Collects the seven numbers of each keypoint.
+// Collects the seven numbers of each keypoint, in one of the two layouts
+// the ordinary reader takes, never both in one store: flat (numbers straight
+// in the sequence) or nested (each keypoint a sequence of its own, opened by
+// abreItem and closed by fechaItem).
 class ColetorKeyPoints {
  public:
   bool adiciona(const Numero& n) {
-    if (!campoRepresentavel(k_, n.valor)) return false;
+    if (forma_ == Forma::indefinida) forma_ = Forma::plana;
+    if ((forma_ == Forma::aninhada) != dentro_ || !campoRepresentavel(k_, n.valor)) return false;
     campos_[k_++] = n.valor;
     if (k_ == kCampos) {
       keypoints_.push_back(keyPointDeCampos(campos_));
@@ -124,13 +152,29 @@ class ColetorKeyPoints {
     }
     return true;
   }
-  bool completo() const { return k_ == 0; }
+  bool abreItem() {
+    if (forma_ == Forma::plana || dentro_) return false;
+    forma_ = Forma::aninhada;
+    dentro_ = true;
+    return true;
+  }
+  // Exactly seven numbers since abreItem.
+  bool fechaItem() {
+    if (!dentro_ || k_ != 0 || keypoints_.size() != ++fechados_) return false;
+    dentro_ = false;
+    return true;
+  }
+  bool completo() const { return k_ == 0 && !dentro_; }
   std::vector<cv::KeyPoint>& keypoints() { return keypoints_; }
 
  private:
+  enum class Forma { indefinida, plana, aninhada };
   std::vector<cv::KeyPoint> keypoints_;
   double campos_[kCampos] = {};
   int k_ = 0;
+  Forma forma_ = Forma::indefinida;
+  bool dentro_ = false;
+  size_t fechados_ = 0;
 };
 
 // The descriptor matrix, filled in order once its header is known.
@@ -174,6 +218,28 @@ class ColetorMatriz {
   size_t total_ = 0, lidos_ = 0;
 };
 
+// What a store holds; each node is read at most once, in either order.
+struct Nos {
+  ColetorKeyPoints keypoints;
+  ColetorMatriz matriz;
+  bool temKeyPoints = false, temMatriz = false;
+
+  // The node that starts at `c`: opened by `abreKeyPoints` or `abreMatriz`
+  // in the format at hand, then read by that format's reader.
+  bool proximo(Cursor& c, const char* abreKeyPoints, bool (*leKeyPoints)(Cursor&, ColetorKeyPoints&),
+               const char* abreMatriz, bool (*leMatriz)(Cursor&, ColetorMatriz&)) {
+    if (!temKeyPoints && c.literal(abreKeyPoints)) {
+      temKeyPoints = true;
+      return leKeyPoints(c, keypoints);
+    }
+    if (!temMatriz && c.literal(abreMatriz)) {
+      temMatriz = true;
+      return leMatriz(c, matriz);
+    }
+    return false;
+  }
+};
+
 // ---------------------------------------------------------------- XML
 
 void brancosXml(Cursor& c) {
@@ -193,6 +259,16 @@ bool numerosXml(Cursor& c, Coletor& coletor) {
   }
 }
 
+// After "<keypoints>": numbers, or one "<_>" element of numbers per keypoint.
+bool keypointsXml(Cursor& c, ColetorKeyPoints& kps) {
+  for (;;) {
+    if (!numerosXml(c, kps)) return false;
+    if (c.literal("</keypoints>")) return kps.completo();
+    if (!c.literal("<_>") || !kps.abreItem() || !numerosXml(c, kps) || !c.literal("</_>") || !kps.fechaItem())
+      return false;
+  }
+}
+
 bool inteiroXml(Cursor& c, const char* abre, const char* fecha, int& valor) {
   brancosXml(c);
   Numero n;
@@ -201,32 +277,35 @@ bool inteiroXml(Cursor& c, const char* abre, const char* fecha, int& valor) {
   return true;
 }
 
-bool storeXml(Cursor& c, ColetorKeyPoints& kps, ColetorMatriz& matriz, bool& temMatriz) {
+// After "<descriptors type_id="opencv-matrix">".
+bool matrizXml(Cursor& c, ColetorMatriz& matriz) {
+  int rows = 0, cols = 0;
+  if (!inteiroXml(c, "<rows>", "</rows>", rows) || !inteiroXml(c, "<cols>", "</cols>", cols)) return false;
+  brancosXml(c);
+  if (!c.literal("<dt>") || c.fim - c.p < 1) return false;
+  const char dt = *c.p++;
+  if (!c.literal("</dt>")) return false;
+  brancosXml(c);
+  if (!c.literal("<data>") || !matriz.cabecalho(rows, cols, dt, static_cast<size_t>(c.fim - c.p)) ||
+      !numerosXml(c, matriz) || !matriz.completo() || matriz.lidos() == 1 || !c.literal("</data>"))
+    return false;
+  brancosXml(c);
+  return c.literal("</descriptors>");
+}
+
+// The two nodes, nothing else.
+bool storeXml(Cursor& c, Nos& nos) {
   if (!c.literal("<?xml version=\"1.0\"?>")) return false;
   brancosXml(c);
   if (!c.literal("<opencv_storage>")) return false;
-  brancosXml(c);
-  if (!c.literal("<keypoints>") || !numerosXml(c, kps) || !kps.completo() || !c.literal("</keypoints>")) return false;
-  brancosXml(c);
-  temMatriz = c.literal("<descriptors type_id=\"opencv-matrix\">");
-  if (temMatriz) {
-    int rows = 0, cols = 0;
-    if (!inteiroXml(c, "<rows>", "</rows>", rows) || !inteiroXml(c, "<cols>", "</cols>", cols)) return false;
+  for (;;) {
     brancosXml(c);
-    if (!c.literal("<dt>") || c.fim - c.p < 1) return false;
-    const char dt = *c.p++;
-    if (!c.literal("</dt>")) return false;
-    brancosXml(c);
-    if (!c.literal("<data>") || !matriz.cabecalho(rows, cols, dt, static_cast<size_t>(c.fim - c.p)) ||
-        !numerosXml(c, matriz) || !matriz.completo() || matriz.lidos() == 1 || !c.literal("</data>"))
+    if (c.literal("</opencv_storage>")) break;
+    if (!nos.proximo(c, "<keypoints>", keypointsXml, "<descriptors type_id=\"opencv-matrix\">", matrizXml))
       return false;
-    brancosXml(c);
-    if (!c.literal("</descriptors>")) return false;
-    brancosXml(c);
   }
-  if (!c.literal("</opencv_storage>")) return false;
   brancosXml(c);
-  return c.acabou();
+  return c.acabou() && (nos.temKeyPoints || nos.temMatriz);
 }
 
 // ---------------------------------------------------------------- YAML
@@ -247,21 +326,68 @@ bool brancosYaml(Cursor& c, int recuo) {
   }
 }
 
-// A flow sequence "[ a, b, ... ]" of numbers, continuation lines indented by
-// at least `recuo`.
-template <typename Coletor>
-bool fluxoYaml(Cursor& c, int recuo, Coletor& coletor) {
+// A flow sequence "[ e, e, ... ]", each element read by `elemento`,
+// continuation lines indented by at least `recuo`.
+template <typename Elemento>
+bool fluxoYaml(Cursor& c, int recuo, Elemento elemento) {
   if (!c.literal("[") || !brancosYaml(c, recuo)) return false;
   if (c.literal("]")) return true;
   for (;;) {
-    Numero n;
-    if (!c.numero(n) || !coletor.adiciona(n)) return false;
+    if (!elemento()) return false;
     while (c.atual() == ' ') ++c.p;
     if (c.literal("]")) return true;
     if (!c.literal(",")) return false;
     if (c.atual() != ' ' && c.atual() != '\n') return false;
     if (!brancosYaml(c, recuo)) return false;
   }
+}
+
+template <typename Coletor>
+bool numeroPara(Cursor& c, Coletor& coletor) {
+  Numero n;
+  return c.numero(n) && coletor.adiciona(n);
+}
+
+template <typename Coletor>
+bool numerosYaml(Cursor& c, int recuo, Coletor& coletor) {
+  return fluxoYaml(c, recuo, [&] { return numeroPara(c, coletor); });
+}
+
+// One keypoint's own flow sequence.
+bool itemFluxoYaml(Cursor& c, int recuo, ColetorKeyPoints& kps) {
+  return kps.abreItem() && numerosYaml(c, recuo, kps) && kps.fechaItem();
+}
+
+// A number alone on the rest of its line.
+bool numeroEmLinha(Cursor& c, ColetorKeyPoints& kps) { return numeroPara(c, kps) && c.literal("\n"); }
+
+// After "keypoints:", up to and with the end of its last line. OpenCV writes
+// the sequence in flow ("[ ... ]", flat or of flow items) or in block, one
+// "   - " line per element: a number, a keypoint's flow sequence, or a bare
+// "-" with the keypoint's seven "      - " lines below it.
+bool keypointsYaml(Cursor& c, ColetorKeyPoints& kps) {
+  // Continuation lines as OpenCV's writer indents them: deeper than its
+  // reader needs.
+  constexpr int kRecuoFluxo = 4, kRecuoItem = 7;
+  if (c.literal(" "))
+    return fluxoYaml(c, kRecuoFluxo,
+                     [&] { return c.atual() == '[' ? itemFluxoYaml(c, kRecuoFluxo, kps) : numeroPara(c, kps); }) &&
+           kps.completo() && c.literal("\n");
+  if (!c.literal("\n")) return false;
+  if (c.literal("   []\n")) return true;
+  if (!c.literal("   -")) return false;  // a key with no value is no sequence
+  do {
+    if (c.literal("\n")) {
+      if (!kps.abreItem()) return false;
+      while (c.literal("      - "))
+        if (!numeroEmLinha(c, kps)) return false;
+      if (!kps.fechaItem()) return false;
+    } else if (!c.literal(" ") ||
+               !(c.atual() == '[' ? itemFluxoYaml(c, kRecuoItem, kps) && c.literal("\n") : numeroEmLinha(c, kps))) {
+      return false;
+    }
+  } while (c.literal("   -"));
+  return kps.completo();
 }
 
 bool inteiroYaml(Cursor& c, const char* chave, int& valor) {
@@ -271,25 +397,26 @@ bool inteiroYaml(Cursor& c, const char* chave, int& valor) {
   return true;
 }
 
-bool storeYaml(Cursor& c, ColetorKeyPoints& kps, ColetorMatriz& matriz, bool& temMatriz) {
-  // Continuation lines as the writer indents them: deeper than OpenCV needs.
-  constexpr int kRecuoKeyPoints = 4, kRecuoDados = 7;
-  if (!c.literal("%YAML:1.0\n---\nkeypoints: ") || !fluxoYaml(c, kRecuoKeyPoints, kps) || !kps.completo() ||
-      !c.literal("\n"))
+// After "descriptors: !!opencv-matrix\n".
+bool matrizYaml(Cursor& c, ColetorMatriz& matriz) {
+  constexpr int kRecuoDados = 7;
+  int rows = 0, cols = 0;
+  if (!inteiroYaml(c, "   rows: ", rows) || !inteiroYaml(c, "   cols: ", cols) || !c.literal("   dt: ") ||
+      c.fim - c.p < 1)
     return false;
-  temMatriz = c.literal("descriptors: !!opencv-matrix\n");
-  if (temMatriz) {
-    int rows = 0, cols = 0;
-    if (!inteiroYaml(c, "   rows: ", rows) || !inteiroYaml(c, "   cols: ", cols) || !c.literal("   dt: ") ||
-        c.fim - c.p < 1)
-      return false;
-    const char dt = *c.p++;
-    if (!c.literal("\n") || !c.literal("   data: ") ||
-        !matriz.cabecalho(rows, cols, dt, static_cast<size_t>(c.fim - c.p)) || !fluxoYaml(c, kRecuoDados, matriz) ||
-        !matriz.completo() || !c.literal("\n"))
-      return false;
-  }
-  return c.acabou();
+  const char dt = *c.p++;
+  return c.literal("\n") && c.literal("   data: ") &&
+         matriz.cabecalho(rows, cols, dt, static_cast<size_t>(c.fim - c.p)) && numerosYaml(c, kRecuoDados, matriz) &&
+         matriz.completo() && c.literal("\n");
+}
+
+// The two nodes, nothing else.
+bool storeYaml(Cursor& c, Nos& nos) {
+  if (!c.literal("%YAML:1.0\n---\n")) return false;
+  do {
+    if (!nos.proximo(c, "keypoints:", keypointsYaml, "descriptors: !!opencv-matrix\n", matrizYaml)) return false;
+  } while (!c.acabou());
+  return true;
 }
 
 // ---------------------------------------------------------------- match file
@@ -386,19 +513,19 @@ cv::KeyPoint keyPointDeCampos(const double campos[kCampos]) {
 }
 
 bool leStoreRapido(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat* descriptors) {
-  const bool xml = terminaEm(file, ".xml");
-  if (!xml && !terminaEm(file, ".yml") && !terminaEm(file, ".yaml")) return false;
+  const bool gz = terminaEm(file, ".gz");
+  const std::string nome = gz ? file.substr(0, file.size() - 3) : file;
+  const bool xml = terminaEm(nome, ".xml");
+  if (!xml && !terminaEm(nome, ".yml") && !terminaEm(nome, ".yaml")) return false;
   std::string texto;
-  if (!leArquivo(file, texto)) return false;
+  if (!(gz ? inflaArquivo(file, texto) : leArquivo(file, texto))) return false;
   Cursor c{texto.data(), texto.data() + texto.size()};
-  ColetorKeyPoints kps;
-  ColetorMatriz matriz;
-  bool temMatriz = false;
-  if (!(xml ? storeXml(c, kps, matriz, temMatriz) : storeYaml(c, kps, matriz, temMatriz))) return false;
-  keypoints = std::move(kps.keypoints());
+  Nos nos;
+  if (!(xml ? storeXml(c, nos) : storeYaml(c, nos))) return false;
+  keypoints = std::move(nos.keypoints.keypoints());
   if (descriptors) {
-    if (temMatriz)
-      matriz.entrega(*descriptors);
+    if (nos.temMatriz)
+      nos.matriz.entrega(*descriptors);
     else
       cv::Mat().copyTo(*descriptors);  // what cv::read does for a missing node
   }

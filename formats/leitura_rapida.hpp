@@ -1,25 +1,35 @@
-// Fast readers for the files these tools write themselves.
+// Fast readers for the stores and match files the tools exchange.
 //
 // cv::FileStorage builds a node tree and converts every number on its own,
 // which costs far more than the matching that follows on a few-thousand
 // keypoint store. These readers take the whole file into memory and parse
-// only the exact text the writers produce; anything else is "not mine"
+// only the exact text that the tools' writers and OpenCV's own FileStorage
+// writer (C++ or Python, OpenCV 4) produce; anything else is "not mine"
 // (false), and the caller then reads the file the ordinary way. They never
 // report an error themselves: every message stays that of the ordinary path,
 // and every file they accept reads to exactly what that path gives.
 //
-// Store text accepted (uncompressed ".xml", ".yml" or ".yaml" names, the
-// content agreeing with the name; blanks are spaces and newlines only):
-//   XML:  <?xml version="1.0"?> <opencv_storage> <keypoints> n*7 numbers
-//         </keypoints> [descriptors] </opencv_storage>
-//   YAML: %YAML:1.0 --- keypoints: [ n*7 numbers, comma separated ] [descriptors]
+// Store text accepted (".xml", ".yml" or ".yaml" names, the content agreeing
+// with the name; a further ".gz" is inflated first, within the same size
+// bound; blanks are spaces and newlines only):
+//   XML:  <?xml version="1.0"?> <opencv_storage> nodes </opencv_storage>
+//   YAML: %YAML:1.0 --- nodes
+//   nodes: "keypoints", "descriptors" or both, in either order.
+//   keypoints, in one of the two layouts the ordinary reader takes:
+//         flat, n*7 numbers; or nested, one sequence of 7 numbers per
+//         keypoint ("<_>" elements in XML). In YAML the sequence is either
+//         flow, "keypoints: [ ... ]" (flat, or of flow items), continuation
+//         lines indented 4 or more; or block, one "   - " line per element:
+//         a number, a keypoint's flow sequence (continuations indented 7 or
+//         more), or a bare "   -" over its seven "      - " number lines;
+//         "   []" when empty.
 //   descriptors: an "opencv-matrix" with rows, cols, dt "f" or "u" and
 //         exactly rows*cols numbers (in XML never exactly one: OpenCV reads
 //         a lone value as a scalar, which the ordinary path refuses).
 //   Numbers as OpenCV reads them: "-"? digits, then real when "." or "e"
-//   follows the digits, integer otherwise (no leading zeros, which OpenCV
-//   takes as octal). Octave and class_id must fit an int, the float fields a
-//   float; "u" data are integers 0..255.
+//   follows the digits ("-"? "." digits is real too), integer otherwise (no
+//   leading zeros, which OpenCV takes as octal). Octave and class_id must
+//   fit an int, the float fields a float; "u" data are integers 0..255.
 // Match files: the count line and n lines as formats::leMatch reads them,
 // numbers in plain decimal notation only.
 #pragma once

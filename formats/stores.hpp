@@ -22,8 +22,9 @@
 
 namespace formats {
 
-// Stores written by these tools are parsed directly (leitura_rapida.hpp);
-// any other text goes through cv::FileStorage, with the same results.
+// Stores written by these tools or by OpenCV's FileStorage are parsed
+// directly (leitura_rapida.hpp); any other text goes through
+// cv::FileStorage, with the same results.
 std::vector<cv::KeyPoint> leKeyPoints(const std::string& file);
 void leDescritores(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat& descriptors);
 
