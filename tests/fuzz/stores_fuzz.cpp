@@ -1,5 +1,6 @@
 // The keypoint and descriptor store reader on arbitrary bytes. The first byte
-// chooses the format, so both the XML and the YAML parser are reached.
+// chooses the format, so both the XML and the YAML parser are reached, and
+// whether the rest is stored gzip-compressed, so the inflating reader is too.
 //
 // Every input the direct parser accepts must read to exactly what
 // cv::FileStorage gives (same keypoint bits, same matrix header and bytes);
@@ -13,6 +14,8 @@
 #include "support/vigia.hpp"
 #include "tests/common/mesmos_bits.hpp"
 #include "tests/fuzz/fuzz_comum.hpp"
+
+#include <zlib.h>
 
 #include <csetjmp>
 
@@ -55,7 +58,15 @@ void comparaComFileStorage(const std::string& arquivo) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
   const char* extensao = (data[0] & 1) ? ".xml" : ".yml";
-  const std::string arquivo = fuzz::escreveEntrada(data + 1, size - 1, extensao);
+  const bool gz = data[0] & 4;
+  std::string arquivo = fuzz::escreveEntrada(data + 1, size - 1, extensao);
+  if (gz) {
+    arquivo += ".gz";
+    gzFile f = ::gzopen(arquivo.c_str(), "wb");
+    if (f == nullptr) return 0;
+    if (size > 1) ::gzwrite(f, data + 1, static_cast<unsigned>(size - 1));
+    ::gzclose(f);
+  }
   tvm::aoEstourar = abandona;
   if (sigsetjmp(retorno, 1) != 0) {
     tvm::desarmaVigia();
