@@ -1,9 +1,10 @@
 // Store reading and writing in every format the stores take (XML, YAML, and
 // both gzip-compressed), on 5000 real SIFT keypoints and their 128-float
 // descriptors; and the match file of those 5000 keypoints. Items are
-// keypoints; the file size is a counter. The plain XML and YAML stores and
-// the match file are read directly; the "FileStorage" and "Fscanf" cases
-// time the readers that handle every other text, on the same files.
+// keypoints; the file size is a counter. The stores, also as a Python
+// program writes them with cv2.FileStorage, and the match file are read
+// directly; the "FileStorage" and "Fscanf" cases time the readers that
+// handle every other text, on the same files.
 #include "bench/cena.hpp"
 #include "formats/match_file.hpp"
 #include "formats/stores.hpp"
@@ -37,12 +38,30 @@ void BM_GravaDescritores(benchmark::State& state) {
   fecha(state, arquivo);
 }
 
-// Reads with `le`: the tools' reader, or the FileStorage path it falls back to.
-void leDescritoresCom(benchmark::State& state,
-                      void (*le)(const std::string&, std::vector<cv::KeyPoint>&, cv::Mat&)) {
+// The same store as a Python program writes it with cv2.FileStorage: the
+// keypoint numbers one at a time as doubles, in block, then the matrix.
+void gravaComoPython(const std::string& arquivo) {
+  cv::FileStorage fs(arquivo, cv::FileStorage::WRITE);
+  fs << "keypoints" << "[";
+  for (const cv::KeyPoint& k : dados().keypoints)
+    fs << double{k.pt.x} << double{k.pt.y} << double{k.size} << double{k.angle} << double{k.response} << k.octave
+       << k.class_id;
+  fs << "]";
+  cv::write(fs, "descriptors", dados().descriptors);
+}
+
+void gravaNossa(const std::string& arquivo) {
+  formats::impDescritores(arquivo, dados().keypoints, dados().descriptors);
+}
+
+using Leitor = void (*)(const std::string&, std::vector<cv::KeyPoint>&, cv::Mat&);
+
+// Reads with `le` the store written by `grava`: the tools' reader, or the
+// FileStorage path it falls back to.
+void leDescritoresCom(benchmark::State& state, Leitor le, void (*grava)(const std::string&) = gravaNossa) {
   cena::PastaTemp pasta;
   const std::string arquivo = pasta.arquivo(std::string("des.") + kFormatos[state.range(0)]);
-  formats::impDescritores(arquivo, dados().keypoints, dados().descriptors);
+  grava(arquivo);
   std::vector<cv::KeyPoint> k;
   cv::Mat d;
   for (auto _ : state) le(arquivo, k, d);
@@ -55,6 +74,14 @@ void BM_LeDescritores(benchmark::State& state) { leDescritoresCom(state, formats
 
 void BM_LeDescritoresFileStorage(benchmark::State& state) {
   leDescritoresCom(state, formats::leDescritoresFileStorage);
+}
+
+void BM_LeDescritoresPython(benchmark::State& state) {
+  leDescritoresCom(state, formats::leDescritores, gravaComoPython);
+}
+
+void BM_LeDescritoresPythonFileStorage(benchmark::State& state) {
+  leDescritoresCom(state, formats::leDescritoresFileStorage, gravaComoPython);
 }
 
 void BM_GravaKeyPoints(benchmark::State& state) {
@@ -114,6 +141,8 @@ void BM_LeMatchFscanf(benchmark::State& state) { leMatchCom(state, formats::leMa
 BENCHMARK(BM_GravaDescritores)->ArgName("formato")->DenseRange(0, 3)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_LeDescritores)->ArgName("formato")->DenseRange(0, 3)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_LeDescritoresFileStorage)->ArgName("formato")->DenseRange(0, 1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_LeDescritoresPython)->ArgName("formato")->DenseRange(0, 3)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_LeDescritoresPythonFileStorage)->ArgName("formato")->DenseRange(0, 3)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_GravaKeyPoints)->ArgName("formato")->DenseRange(0, 3)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_LeKeyPoints)->ArgName("formato")->DenseRange(0, 3)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_GravaMatch)->Unit(benchmark::kMillisecond);

@@ -40,6 +40,7 @@ maquina = dict(l.rstrip("\n").split("=", 1) for l in open(caminho("maquina.txt")
 partida = hyperfine("partida")
 keysift = hyperfine("keysift")
 matnn = hyperfine("matnn")
+matnn_python = hyperfine("matnn-python")
 cadeia_hf = hyperfine("cadeia")
 
 saida = []
@@ -74,6 +75,7 @@ def grupo(titulo, resultados, ancora):
 grupo("Partida", partida, "vazio: core imgproc features2d imgcodecs highgui")
 grupo("KeySift em data/img1.png", keysift, "C++ minimo")
 grupo("MatNN em dois stores SIFT de 5000 keypoints", matnn, "C++ minimo")
+grupo("MatNN nos mesmos stores gravados pelo cv2.FileStorage do Python (YAML)", matnn_python, "C++ minimo")
 
 # Page faults: median of three runs per step and build.
 faltas = {}
@@ -176,6 +178,7 @@ vazio = partida["vazio: core imgproc features2d imgcodecs highgui"]["median"]
 pior_partida = max(r["median"] for n, r in partida.items() if n.startswith("quivelar"))
 k = keysift["quivelar KeySift"]["median"]
 m = matnn["quivelar MatNN"]["median"]
+mp = matnn_python["quivelar MatNN"]["median"] / matnn_python["C++ minimo"]["median"]
 metas = [
     ["partida de uma ferramenta sem imagem <= 0.3 x vazio com imgcodecs+highgui", "%.2f" % (pior_partida / vazio),
      sim(pior_partida / vazio <= 0.3)],
@@ -185,6 +188,7 @@ metas = [
     ["MatNN <= 0.8 x C++ minimo", "%.2f" % (m / matnn["C++ minimo"]["median"]),
      sim(m / matnn["C++ minimo"]["median"] <= 0.8)],
     ["MatNN < Python", "%.2f" % (m / matnn["Python"]["median"]), sim(m < matnn["Python"]["median"])],
+    ["MatNN em stores do Python (YAML) <= 0.5 x C++ minimo", "%.2f" % mp, sim(mp <= 0.5)],
     ["SIMPLE, RIFF, RIHOG, RUHOG, Forapro <= DesSift (threads padrao)",
      "%.2f (pior)" % max(desc[n]["0"] / sift["0"] for n in ["SimpleCopy", "SimpleInplace", "Riff", "Rihog", "Ruhog",
                                                           "Forapro"]), sim(proprios_ok)],
