@@ -128,6 +128,37 @@ TEST(KeyGrande, FiltersThenKeepsTheLargest) {
   }
 }
 
+// Angles as KeyRand leaves them (a partner's below 0) and as FAST leaves
+// them (-1); only the angle may change, the order and every other field stay.
+TEST(KeyAngulo, RewritesOnlyTheAnglesForTheirReader) {
+  const Lista entrada = {cv::KeyPoint(10, 20, 30, 30, 0.5f, 1, 7), cv::KeyPoint(40, 50, 12, -90, 0, 0, -1),
+                         cv::KeyPoint(5, 6, 7, 0, 0, 0, -1), cv::KeyPoint(8, 9, 10, -1, 2, 3, 4),
+                         cv::KeyPoint(1, 2, 3, 400, 0, 0, -1)};
+  const struct {
+    std::vector<std::string> opcoes;
+    std::string linha;
+    std::vector<float> angulos;
+  } casos[] = {
+      {{}, "Keypoints=5 de=ccw para=opencv angulos mudados=4\n", {330, 90, 0, 1, 320}},
+      {{"para=ccw"}, "Keypoints=5 de=opencv para=ccw angulos mudados=4\n", {330, 90, 0, 1, 320}},
+      {{"para=DesSimp", "de=KeyRand"}, "Keypoints=5 de=ccw para=ccw angulos mudados=3\n", {30, 270, 0, 359, 40}},
+      {{"PARA=dessift", "de=KeySift"}, "Keypoints=5 de=opencv para=opencv angulos mudados=3\n", {30, 270, 0, 359, 40}},
+      {{"para=DesRihog"}, "Keypoints=5 de=nenhuma para=nenhuma angulos mudados=3\n", {30, 270, 0, 359, 40}},
+      {{"para=DesSift", "de=KeyFast"}, "Keypoints=5 de=nenhuma para=opencv angulos mudados=3\n", {30, 270, 0, 359, 40}},
+  };
+  for (const auto& c : casos) {
+    SCOPED_TRACE(testing::PrintToString(c.opcoes));
+    teste::PastaTemp pasta;
+    formats::impKeyPoints(pasta / "k.xml", entrada);
+    std::vector<std::string> args = {"KeyAngulo", "k.xml", "k.xml"};
+    args.insert(args.end(), c.opcoes.begin(), c.opcoes.end());
+    EXPECT_EQ(teste::rodaBem(args, pasta.caminho()), c.linha);
+    Lista esperada = entrada;
+    for (size_t i = 0; i < esperada.size(); ++i) esperada[i].angle = c.angulos[i];
+    confereStore(pasta / "k.xml", esperada);
+  }
+}
+
 const cv::Mat_<uchar> kImagem = teste::textura(160, 160, 21);
 
 cv::Ptr<cv::SIFT> sift() { return cv::SIFT::create(0, 3, 0.04, 10.0, 1.6); }
