@@ -4,6 +4,7 @@
 #include "keypoints/convencao.hpp"
 #include "keypoints/tools.hpp"
 #include "support/argumentos.hpp"
+#include "support/aviso.hpp"
 #include "support/erro.hpp"
 
 #include <cstdio>
@@ -55,4 +56,5 @@ void KeyAngulo(int argc, char** argv) {
   formats::impKeyPoints(argv[2], keypoints);
   std::printf("Keypoints=%zu de=%s para=%s angulos mudados=%zu\n", keypoints.size(), keypoints::nomeConvencao(de),
               keypoints::nomeConvencao(para), mudados);
+  tvm::avisaSeVazio(keypoints.size(), argv[2]);
 }
