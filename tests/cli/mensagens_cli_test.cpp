@@ -54,7 +54,7 @@ const char* const kLista =
     "KeyFast   - Gera keypoints usando FAST\n" "KeyStar   - Gera keypoints usando STAR\n"
     "KeyRand   - Gera keypoints aleatoriamente\n" "KeyCgSize - Muda o tamanho dos keypoints por fator\n"
     "KeyGrande - Seleciona n maiores keypoints\n"
-    "KeyRep    - Calcula a repetibilidade de keypoints, tendo matriz 3x3\n" "KeyShow   - Mostra keypoints\n"
+    "KeyRep    - Calcula a repetibilidade de keypoints, tendo matriz 3x3\n"
     "KeyAngulo - Reescreve os angulos na convencao de quem vai le-los\n" "KeyShow   - Mostra keypoints\n"
     "KeyMyShow - Mostra keypoints sem chamar funcao OpenCV\n" "DesSift   - Calcula descriptors de SIFT (128)\n"
     "DesSurf   - Calcula descriptors de SURF (64)\n" "DesSimp   - Calcula descriptors de SIMPLE (127)\n"
