@@ -19,6 +19,7 @@ const Comando comandos[] = {
     {"keycgsize", KeyCgSize, "KeyCgSize - Muda o tamanho dos keypoints por fator"},
     {"keygrande", KeyGrande, "KeyGrande - Seleciona n maiores keypoints"},
     {"keyrep", KeyRep, "KeyRep    - Calcula a repetibilidade de keypoints, tendo matriz 3x3"},
+    {"keyangulo", KeyAngulo, "KeyAngulo - Reescreve os angulos na convencao de quem vai le-los"},
     {"keyshow", KeyShow, "KeyShow   - Mostra keypoints"},
     {"keymyshow", KeyMyShow, "KeyMyShow - Mostra keypoints sem chamar funcao OpenCV"},
     {"dessift", DesSift, "DesSift   - Calcula descriptors de SIFT (128)"},

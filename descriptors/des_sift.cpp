@@ -55,9 +55,11 @@ void DesSift(int argc, char** argv) {
   std::vector<cv::KeyPoint> keypoints = argc == 4 ? formats::leKeyPoints(argv[3]) : detectaSift(image);
   mostraContagem(keypoints);
   verificaParaSift(image, keypoints, argv[1]);
+  const size_t dados = keypoints.size();
   cv::Mat descriptors;
   novoSift()->compute(image, keypoints, descriptors);
   formats::impDescritores(argv[2], keypoints, descriptors);
+  avisaStore(argv[2], dados, descriptors);
 }
 
 void DesSurf(int argc, char** argv) {
@@ -70,7 +72,9 @@ void DesSurf(int argc, char** argv) {
   else
     features::SURF().detect(image, keypoints);
   mostraContagem(keypoints);
+  const size_t dados = keypoints.size();
   cv::Mat descriptors;
   features::SURF().compute(image, keypoints, descriptors);
   formats::impDescritores(argv[2], keypoints, descriptors);
+  avisaStore(argv[2], dados, descriptors);
 }

@@ -22,6 +22,15 @@
 // edge 10, sigma 1.6) on the whole image.
 std::vector<cv::KeyPoint> detectaSift(const cv::Mat_<uchar>& image);
 
+// Rows of `descriptors` equal, byte for byte, to some other row. Many of
+// them mean regions too small or too flat for the descriptor to tell apart.
+size_t linhasRepetidas(const cv::Mat& descriptors);
+
+// Warnings on the descriptor store `saida` just written: no keypoints in it,
+// keypoints the extractor dropped out of the `dados` it was given, more than
+// half its rows repeating another.
+void avisaStore(const std::string& saida, size_t dados, const cv::Mat& descriptors);
+
 class FrameDescritor {
  public:
   // Checks the word count (at least 3; otherwise prints `uso` and stops),
@@ -42,6 +51,7 @@ class FrameDescritor {
 
  private:
   std::string saida_;
+  bool semOpcoes_ = false;
   tvm::ISTR opcoes_;
   cv::Mat_<uchar> imagem_;
   std::vector<cv::KeyPoint> keypoints_;

@@ -1,3 +1,4 @@
+#include "evaluation/avisos.hpp"
 #include "evaluation/tools.hpp"
 
 #include "formats/match_file.hpp"
@@ -17,7 +18,7 @@ void FiltMat(int argc, char** argv) {
   if (argc >= 4) tvm::convArg(dist, argv[3]);
   cv::Mat H;
   formats::leMat33(H, argv[2]);
-  const std::vector<bool> certos = formats::julga(formats::inversa(H), casamentos, dist);
+  const std::vector<bool> certos = evaluation::julgaEAvisa(H, casamentos, dist, argv[2]);
 
   int acertos = 0;
   for (bool c : certos) acertos += c;

@@ -1,3 +1,4 @@
+#include "evaluation/avisos.hpp"
 #include "evaluation/curvas.hpp"
 #include "evaluation/opcoes.hpp"
 #include "evaluation/tools.hpp"
@@ -17,7 +18,7 @@ void MatAcert(int argc, char** argv) {
       evaluation::leOpcoes(argc - 4, argv + 4, evaluation::kDist | evaluation::kCor | evaluation::kEixox);
   cv::Mat H;
   formats::leMat33(H, argv[2]);
-  const std::vector<bool> certos = formats::julga(formats::inversa(H), casamentos, op.dist);
+  const std::vector<bool> certos = evaluation::julgaEAvisa(H, casamentos, op.dist, argv[2]);
 
   cv::Mat_<cv::Vec3b> img;
   evaluation::curvaAccRej(evaluation::taxasAcerto(certos), img, 4, op.cor, op.eixox);

@@ -1,12 +1,15 @@
+#include "evaluation/avisos.hpp"
 #include "evaluation/curvas.hpp"
 #include "evaluation/opcoes.hpp"
 #include "evaluation/tools.hpp"
 
 #include "formats/transform.hpp"
+#include "support/aviso.hpp"
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
 
 #include <optional>
+#include <string>
 
 void MatROC(int argc, char** argv) {
   if (argc < 4 || argc > 6)
@@ -18,7 +21,7 @@ void MatROC(int argc, char** argv) {
       evaluation::leOpcoes(argc - 4, argv + 4, evaluation::kDist | evaluation::kCor | evaluation::kArquivo);
   cv::Mat H;
   formats::leMat33(H, argv[2]);
-  const std::vector<bool> certos = formats::julga(formats::inversa(H), casamentos, op.dist);
+  const std::vector<bool> certos = evaluation::julgaEAvisa(H, casamentos, op.dist, argv[2]);
 
   const std::vector<evaluation::PontoROC> pontos = evaluation::pontosROC(evaluation::confusoes(certos));
   cv::Mat_<cv::Vec3b> img;
@@ -32,4 +35,7 @@ void MatROC(int argc, char** argv) {
   }
   tvm::imp(img, argv[3]);
   if (roc) roc->confirma();
+  if (!evaluation::rocNaJanela(pontos))
+    tvm::aviso(std::string("a curva ROC nao passa pela janela do grafico (fpr de 0 a 0.5, tpr de 0.5 a 1): ") +
+               argv[3] + " mostra so a grade");
 }

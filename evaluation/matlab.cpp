@@ -1,3 +1,4 @@
+#include "evaluation/avisos.hpp"
 #include "evaluation/curvas.hpp"
 #include "evaluation/opcoes.hpp"
 #include "evaluation/tools.hpp"
@@ -17,7 +18,7 @@ void Matlab(int argc, char** argv) {
   const evaluation::OpcoesAvaliacao op = evaluation::leOpcoes(argc - 4, argv + 4, evaluation::kDist);
   cv::Mat H;
   formats::leMat33(H, argv[2]);
-  const std::vector<bool> certos = formats::julga(formats::inversa(H), casamentos, op.dist);
+  const std::vector<bool> certos = evaluation::julgaEAvisa(H, casamentos, op.dist, argv[2]);
 
   const std::string nome = argv[3];
   tvm::SaidaSegura saida(nome);

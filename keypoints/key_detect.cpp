@@ -5,6 +5,7 @@
 #include "formats/stores.hpp"
 #include "keypoints/tools.hpp"
 #include "support/argumentos.hpp"
+#include "support/aviso.hpp"
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
 
@@ -67,6 +68,7 @@ void KeySift(int argc, char** argv) {
   const std::vector<cv::KeyPoint> keypoints = keypoints::detectaSift(img, nfeatures, nOctaveLayers);
   std::printf("KeyPoints k=%u\n", static_cast<unsigned>(keypoints.size()));
   formats::impKeyPoints(argv[2], keypoints);
+  tvm::avisaSeVazio(keypoints.size(), argv[2]);
 }
 
 void KeyFast(int argc, char** argv) {
@@ -80,4 +82,5 @@ void KeyFast(int argc, char** argv) {
   const std::vector<cv::KeyPoint> keypoints = keypoints::detectaFast(img, threshold);
   std::printf("Keypoints=%u\n", static_cast<unsigned>(keypoints.size()));
   formats::impKeyPoints(argv[2], keypoints);
+  tvm::avisaSeVazio(keypoints.size(), argv[2]);
 }

@@ -4,6 +4,7 @@
 #include "keypoints/canvas.hpp"
 #include "keypoints/tools.hpp"
 #include "support/argumentos.hpp"
+#include "support/aviso.hpp"
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
 
@@ -48,6 +49,7 @@ void KeyCgSize(int argc, char** argv) {
 
   if (!keypoints::mudaTamanho(keypoints, fator)) tvm::erro("Erro: fator leva o tamanho a infinito ", argv[3]);
   formats::impKeyPoints(argv[2], keypoints);
+  tvm::avisaSeVazio(keypoints.size(), argv[2]);
 }
 
 void KeyGrande(int argc, char** argv) {
@@ -76,4 +78,5 @@ void KeyGrande(int argc, char** argv) {
     keypoints::mantemPrimeiros(keypoints, n);
   }
   formats::impKeyPoints(argv[3], keypoints);
+  tvm::avisaSeVazio(keypoints.size(), argv[3]);
 }

@@ -5,6 +5,7 @@
 #include "keypoints/canvas.hpp"
 #include "keypoints/tools.hpp"
 #include "support/argumentos.hpp"
+#include "support/aviso.hpp"
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
 #include "support/numeros.hpp"
@@ -90,6 +91,12 @@ void geraPares(cv::Size tamanhoA, const cv::Matx33d& M, int n, const ParamRand& 
   }
 }
 
+size_t foraDaImagem(const std::vector<cv::KeyPoint>& keypoints, cv::Size tamanho) {
+  size_t fora = 0;
+  for (const cv::KeyPoint& k : keypoints) fora += intersectaCanvas(k.pt.x, k.pt.y, k.size, tamanho.width, tamanho.height);
+  return fora;
+}
+
 }  // namespace keypoints
 
 void KeyRand(int argc, char** argv) {
@@ -98,7 +105,7 @@ void KeyRand(int argc, char** argv) {
                    "  [seed=7 diamMin=30 diamMax=40 pertPt=0 pertDiam=0 pertDeg=0]"});
   cv::Mat_<uchar> imgA, imgB;
   tvm::le(imgA, argv[1]);
-  tvm::le(imgB, argv[2]);  // read so a missing file is reported; its size is not used
+  tvm::le(imgB, argv[2]);  // its size only warns: the partners are fitted to image a
   cv::Mat M;
   formats::leMat33(M, argv[3]);
   int n = 0;
@@ -126,4 +133,11 @@ void KeyRand(int argc, char** argv) {
   formats::impKeyPoints(saidaB, b);
   saidaA.confirma();
   saidaB.confirma();
+  tvm::avisaSeVazio(a.size(), argv[5]);
+  tvm::avisaSeVazio(b.size(), argv[6]);
+  const size_t fora = keypoints::foraDaImagem(b, imgB.size());
+  if (fora > 0)
+    tvm::aviso(std::to_string(fora) + " de " + std::to_string(b.size()) + " keypoints de " + argv[6] +
+               " passam da borda de " + argv[2] + " (" + std::to_string(imgB.cols) + "x" +
+               std::to_string(imgB.rows) + "): a matriz leva a imagem a para a b?");
 }

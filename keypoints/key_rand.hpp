@@ -39,4 +39,9 @@ constexpr int kMaxPares = 10000000;
 void geraPares(cv::Size tamanhoA, const cv::Matx33d& M, int n, const ParamRand& p, std::vector<cv::KeyPoint>& a,
                std::vector<cv::KeyPoint>& b);
 
+// How many of `keypoints` have a circle reaching outside a W x H image
+// (intersectaCanvas): KeyRand's partners are fitted to image a's frame, and
+// those that leave image b describe pixels b does not have.
+size_t foraDaImagem(const std::vector<cv::KeyPoint>& keypoints, cv::Size tamanho);
+
 }  // namespace keypoints

@@ -3,6 +3,7 @@
 #include "keypoints/key_detect.hpp"
 #include "keypoints/tools.hpp"
 #include "support/argumentos.hpp"
+#include "support/aviso.hpp"
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
 
@@ -35,6 +36,7 @@ void KeySurf(int argc, char** argv) {
   keypoints::surfDoKeySurf(limiar).detect(img, keypoints, cv::Mat());
   std::printf("Keypoints=%u\n", static_cast<unsigned>(keypoints.size()));
   formats::impKeyPoints(argv[2], keypoints);
+  tvm::avisaSeVazio(keypoints.size(), argv[2]);
 }
 
 void KeyStar(int argc, char** argv) {
@@ -46,4 +48,5 @@ void KeyStar(int argc, char** argv) {
   keypoints::starDoKeyStar().detect(img, keypoints, cv::Mat());
   std::printf("Keypoints=%u\n", static_cast<unsigned>(keypoints.size()));
   formats::impKeyPoints(argv[2], keypoints);
+  tvm::avisaSeVazio(keypoints.size(), argv[2]);
 }

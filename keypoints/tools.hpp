@@ -7,6 +7,7 @@
 //   KeyRand a.pgm b.pgm mat33.txt n keyA.xml keyB.xml [seed=.. diamMin=.. ...]
 //   KeyCgSize ent.xml sai.xml fator
 //   KeyGrande ent.pgm ent.xml sai.xml n
+//   KeyAngulo ent.xml sai.xml [para=opencv de=ccw]
 #pragma once
 
 void KeySift(int argc, char** argv);
@@ -16,3 +17,4 @@ void KeyStar(int argc, char** argv);
 void KeyRand(int argc, char** argv);
 void KeyCgSize(int argc, char** argv);
 void KeyGrande(int argc, char** argv);
+void KeyAngulo(int argc, char** argv);

@@ -126,11 +126,45 @@ TEST(MatROC, ArquivoCorEDist) {
             "  4   2\n//pos   x   y\n//pos fpr tpr\n  0  50   0\n  1  50  50\n  1  50 100\n  0 100 100\n");
   EXPECT_EQ(cv::imread(pasta / "r.png").size(), cv::Size(401, 401));
   // With dist 50 every match is correct: no wrong one, nothing in the area.
-  rodaBem({"matroc", "m.txt", "h.txt", "r.png", "cor=255,0,0", "dist=50"}, pasta.caminho());
+  teste::rodaComAvisos({"matroc", "m.txt", "h.txt", "r.png", "cor=255,0,0", "dist=50"}, pasta.caminho(),
+                       {"a curva ROC nao passa pela janela do grafico (fpr de 0 a 0.5, tpr de 0.5 a 1): r.png mostra "
+                        "so a grade"});
   EXPECT_EQ(pixels(pasta / "r.png", {255, 0, 0}), 0u);
   rodaBem({"matroc", "m.txt", "h.txt", "r.png", "cor=255,0,0", "dist=15"}, pasta.caminho());
   EXPECT_EQ(pixels(pasta / "r.png", {255, 0, 0}), 401u);
   EXPECT_EQ(pixels(pasta / "r.png", {0, 0, 255}), 0u);
+}
+
+// 30 matches, every one right under the identity, judged against a shift of
+// 40 pixels written in the wrong direction and against a file for another
+// pair: the figures printed stay those of the file as given.
+TEST(FiltMat, AvisaQuandoAMatrizNaoEDestePar) {
+  const struct {
+    cv::Matx33d verdade, arquivo;
+    std::string linha, aviso;
+  } casos[] = {
+      {cv::Matx33d(1, 0, 40, 0, 1, 0, 0, 0, 1), cv::Matx33d(1, 0, -40, 0, 1, 0, 0, 0, 1),
+       "Total=30 erros=30(100.0%) acertos=0( 0.0%)\n",
+       "com h.txt lida da imagem 2 para a imagem 1 acertariam 30 de 30 casamentos, e nao 0: a matriz deve levar a "
+       "imagem 1 para a imagem 2"},
+      {cv::Matx33d::eye(), cv::Matx33d(1, 0, 0, 0, 1, 900, 0, 0, 1), "Total=30 erros=30(100.0%) acertos=0( 0.0%)\n",
+       "h.txt leva 30 de 30 keypoints da imagem 1 para fora da regiao dos keypoints da imagem 2: e' a matriz deste "
+       "par?"},
+  };
+  for (const auto& c : casos) {
+    teste::PastaTemp pasta;
+    std::vector<cv::DMatch> m;
+    std::vector<cv::KeyPoint> k1, k2;
+    for (int i = 0; i < 30; ++i) {
+      k1.emplace_back(20.0f + 10.0f * i, 30.0f, 8.0f);
+      const cv::Vec3d q = c.verdade * cv::Vec3d(k1.back().pt.x, k1.back().pt.y, 1.0);
+      k2.emplace_back(static_cast<float>(q[0]), static_cast<float>(q[1]), 8.0f);
+      m.emplace_back(i, i, static_cast<float>(i));
+    }
+    formats::impMatch(m, k1, k2, pasta / "m.txt");
+    teste::salvaMat33(c.arquivo, pasta / "h.txt");
+    EXPECT_EQ(teste::rodaComAvisos({"FiltMat", "m.txt", "h.txt"}, pasta.caminho(), {c.aviso}), c.linha);
+  }
 }
 
 TEST(Matlab, UmaLinhaDeFlags) {

@@ -59,7 +59,9 @@ TEST(Detectores, WriteExactlyWhatTheDetectorFinds) {
       Lista esperada;
       c.referencia(img, esperada);
       EXPECT_EQ(esperada.empty(), img.rows == 60);
-      EXPECT_EQ(teste::rodaBem(args, pasta.caminho()), c.contagem + std::to_string(esperada.size()) + "\n");
+      const std::vector<std::string> avisos = {"nenhum keypoint em k.xml"};
+      EXPECT_EQ(teste::rodaComAvisos(args, pasta.caminho(), esperada.empty() ? avisos : std::vector<std::string>{}),
+                c.contagem + std::to_string(esperada.size()) + "\n");
       confereStore(pasta / "k.xml", esperada);
       EXPECT_EQ(pasta.conteudo(), (std::vector<std::string>{"img.png", "k.xml"}));
     }
@@ -121,10 +123,77 @@ TEST(KeyGrande, FiltersThenKeepsTheLargest) {
     teste::PastaTemp pasta;
     teste::salva(teste::uniforme(80, 100, 0), pasta / "img.png");
     formats::impKeyPoints(pasta / "k.xml", c.mantidos.empty() ? Lista{} : kGrande);
-    EXPECT_EQ(teste::rodaBem({"KeyGrande", "img.png", "k.xml", "s.xml", c.n}, pasta.caminho()), c.saida);
+    const std::vector<std::string> avisos = {"nenhum keypoint em s.xml"};
+    EXPECT_EQ(teste::rodaComAvisos({"KeyGrande", "img.png", "k.xml", "s.xml", c.n}, pasta.caminho(),
+                                   c.mantidos.empty() ? avisos : std::vector<std::string>{}),
+              c.saida);
     Lista esperada;
     for (int i : c.mantidos) esperada.push_back(kGrande[i]);
     confereStore(pasta / "s.xml", esperada);
+  }
+}
+
+// Angles as KeyRand leaves them (a partner's below 0) and as FAST leaves
+// them (-1); only the angle may change, the order and every other field stay.
+TEST(KeyAngulo, RewritesOnlyTheAnglesForTheirReader) {
+  const Lista entrada = {cv::KeyPoint(10, 20, 30, 30, 0.5f, 1, 7), cv::KeyPoint(40, 50, 12, -90, 0, 0, -1),
+                         cv::KeyPoint(5, 6, 7, 0, 0, 0, -1), cv::KeyPoint(8, 9, 10, -1, 2, 3, 4),
+                         cv::KeyPoint(1, 2, 3, 400, 0, 0, -1)};
+  const struct {
+    std::vector<std::string> opcoes;
+    std::string linha;
+    std::vector<float> angulos;
+  } casos[] = {
+      {{}, "Keypoints=5 de=ccw para=opencv angulos mudados=4\n", {330, 90, 0, 1, 320}},
+      {{"para=ccw"}, "Keypoints=5 de=opencv para=ccw angulos mudados=4\n", {330, 90, 0, 1, 320}},
+      {{"para=DesSimp", "de=KeyRand"}, "Keypoints=5 de=ccw para=ccw angulos mudados=3\n", {30, 270, 0, 359, 40}},
+      {{"PARA=dessift", "de=KeySift"}, "Keypoints=5 de=opencv para=opencv angulos mudados=3\n", {30, 270, 0, 359, 40}},
+      {{"para=DesRihog"}, "Keypoints=5 de=nenhuma para=nenhuma angulos mudados=3\n", {30, 270, 0, 359, 40}},
+      {{"para=DesSift", "de=KeyFast"}, "Keypoints=5 de=nenhuma para=opencv angulos mudados=3\n", {30, 270, 0, 359, 40}},
+  };
+  for (const auto& c : casos) {
+    SCOPED_TRACE(testing::PrintToString(c.opcoes));
+    teste::PastaTemp pasta;
+    formats::impKeyPoints(pasta / "k.xml", entrada);
+    std::vector<std::string> args = {"KeyAngulo", "k.xml", "k.xml"};
+    args.insert(args.end(), c.opcoes.begin(), c.opcoes.end());
+    EXPECT_EQ(teste::rodaBem(args, pasta.caminho()), c.linha);
+    Lista esperada = entrada;
+    for (size_t i = 0; i < esperada.size(); ++i) esperada[i].angle = c.angulos[i];
+    confereStore(pasta / "k.xml", esperada);
+  }
+}
+
+// Results that would mislead are flagged on stderr; stdout and status stay.
+TEST(Avisos, OQueEnganariaVaiParaStderr) {
+  const struct {
+    const char* nome;
+    std::vector<std::string> args;
+    std::string out;
+    std::vector<std::string> avisos;
+  } casos[] = {
+      // Partners fitted to a's 100 x 80 frame, moved 60 to the right: none inside b's 50 x 50.
+      {"parceirosForaDeB",
+       {"KeyRand", "a.png", "b.png", "t.txt", "40", "ka.xml", "kb.xml", "diamMin=10", "diamMax=20"},
+       "",
+       {"40 de 40 keypoints de kb.xml passam da borda de b.png (50x50): a matriz leva a imagem a para a b?"}},
+      {"nenhumPar", {"KeyRand", "a.png", "b.png", "t.txt", "0", "ka.xml", "kb.xml"}, "",
+       {"nenhum keypoint em ka.xml", "nenhum keypoint em kb.xml"}},
+      {"storeVazio", {"KeyAngulo", "vazio.xml", "s.xml"}, "Keypoints=0 de=ccw para=opencv angulos mudados=0\n",
+       {"nenhum keypoint em s.xml"}},
+      {"surfDescarta", {"DesSurf", "a.png", "d.xml", "fora.xml"}, "KeyPoints k=2\n",
+       {"1 de 2 keypoints descartados pelo descritor: d.xml guarda 1; compare os descritores nos keypoints que "
+        "ficaram"}},
+  };
+  for (const auto& c : casos) {
+    SCOPED_TRACE(c.nome);
+    teste::PastaTemp pasta;
+    teste::salva(teste::textura(80, 100, 3), pasta / "a.png");
+    teste::salva(teste::uniforme(50, 50, 50), pasta / "b.png");
+    teste::salvaMat33(cv::Matx33d(1, 0, 60, 0, 1, 5, 0, 0, 1), pasta / "t.txt");
+    formats::impKeyPoints(pasta / "vazio.xml", {});
+    formats::impKeyPoints(pasta / "fora.xml", {cv::KeyPoint(50, 40, 12), cv::KeyPoint(500, 40, 12)});
+    EXPECT_EQ(teste::rodaComAvisos(c.args, pasta.caminho(), c.avisos), c.out);
   }
 }
 
@@ -152,11 +221,13 @@ TEST(Descritores, StoreHoldsTheKeypointsAndRowsOfThoseOptions) {
     std::vector<std::string> args;  // the tool word, then what follows "a.png d.xml"
     // The same descriptor computed in-process; it may drop keypoints.
     std::function<void(const cv::Mat_<uchar>&, Lista&, cv::Mat&)> referencia;
+    // Every row the same: RIFF's quantised derivatives take one level on this smooth texture.
+    bool linhasIguais = false;
   } casos[] = {
       {{"DesSimp", "key=k.xml", "camadas=1", "modo=copy"}, [](auto& i, auto& k, auto& d) { SIMPLE('c', 1, 11).compute(i, k, d); }},
       {{"DesSimp", "CAMADAS=4", "key=k.xml", "MODO=i", "dgauss=7"}, [](auto& i, auto& k, auto& d) { SIMPLE('i', 4, 7).compute(i, k, d); }},
       {{"DesSimp", "key=k.xml", "modo="}, [](auto& i, auto& k, auto& d) { SIMPLE('c', 6, 11).compute(i, k, d); }},
-      {{"DesRiff", "key=k.xml", "naneis=3", "larguraAnel=5"}, [](auto& i, auto& k, auto& d) { RIFF(3, 5).compute(i, k, d); }},
+      {{"DesRiff", "key=k.xml", "naneis=3", "larguraAnel=5"}, [](auto& i, auto& k, auto& d) { RIFF(3, 5).compute(i, k, d); }, true},
       {{"DesSurf", "k.xml"}, [](auto& i, auto& k, auto& d) { features::SURF().compute(i, k, d); }},
       {{"desrihog", "key=k.xml"}, [](auto& i, auto& k, auto& d) { RIHOG().compute(i, k, d); }},
       {{"desrihog", "nbins=8", "key=k.xml", "bcinv=false", "naneis=4"}, [](auto& i, auto& k, auto& d) { RIHOG(4, 40, 8, 37, false).compute(i, k, d); }},
@@ -164,7 +235,7 @@ TEST(Descritores, StoreHoldsTheKeypointsAndRowsOfThoseOptions) {
       {{"desforapro", "key=k.xml"}, [](auto& i, auto& k, auto& d) { Forapro().compute(i, k, d); }},
       {{"desforapro", "key=k.xml", "radang=0", "cirvet=false", "nrad=3", "raio=20"}, [](auto& i, auto& k, auto& d) { Forapro(3, 4, 20, false, true, false).compute(i, k, d); }},
       // An option but no key file: SIFT finds the keypoints (and the defaults hold).
-      {{"DesRiff", "naneis=4"}, [](auto& i, auto& k, auto& d) { RIFF().compute(i, k, d); }},
+      {{"DesRiff", "naneis=4"}, [](auto& i, auto& k, auto& d) { RIFF().compute(i, k, d); }, true},
       {{"desforapro", "raio=10"}, [](auto& i, auto& k, auto& d) { Forapro(4, 4, 10).compute(i, k, d); }},
       // No word at all: an empty store.
       {{"DesSimp"}, [](auto& i, auto& k, auto& d) { SIMPLE().compute(i, k, d); }},
@@ -187,7 +258,18 @@ TEST(Descritores, StoreHoldsTheKeypointsAndRowsOfThoseOptions) {
     const std::string contagem = k.empty() ? "" : "KeyPoints k=" + std::to_string(k.size()) + "\n";
     cv::Mat d;
     c.referencia(kImagem, k, d);
-    EXPECT_EQ(teste::rodaBem(args, pasta.caminho()), contagem);
+    std::vector<std::string> avisos;
+    if (c.args.size() == 1 && c.args[0] != "DesSift")
+      avisos.push_back("sem opcoes nenhum keypoint e' lido nem detectado: d.xml fica vazio "
+                       "(key=KeyA.xml le um store; qualquer opcao detecta com SIFT)");
+    if (c.linhasIguais) {
+      ASSERT_GT(d.rows, 1);
+      EXPECT_EQ(cv::norm(d, cv::repeat(d.row(0), d.rows, 1), cv::NORM_INF), 0.0);
+      const std::string n = std::to_string(d.rows);
+      avisos.push_back(n + " de " + n + " linhas de d.xml repetem outra linha: regioes pequenas demais para o "
+                       "descritor? (KeyCgSize)");
+    }
+    EXPECT_EQ(teste::rodaComAvisos(args, pasta.caminho(), avisos), contagem);
     formats::impDescritores(esperada / "d.xml", k, d);
     EXPECT_EQ(teste::leTexto(pasta / "d.xml"), teste::leTexto(esperada / "d.xml"));
   }

@@ -33,6 +33,7 @@ void criaCena(const teste::PastaTemp& p) {
   formats::impKeyPoints(p / "k.xml", k);
   k[1].size = 0;
   formats::impKeyPoints(p / "ruim.xml", k);
+
   teste::salvaMat33(cv::Matx33d::eye(), p / "h.txt");
   teste::escreveCasamentos(p / "m.txt", {40, 3, 3, 40});
   teste::escreveCasamentos(p / "vazio.txt", {});
@@ -53,7 +54,8 @@ const char* const kLista =
     "KeyFast   - Gera keypoints usando FAST\n" "KeyStar   - Gera keypoints usando STAR\n"
     "KeyRand   - Gera keypoints aleatoriamente\n" "KeyCgSize - Muda o tamanho dos keypoints por fator\n"
     "KeyGrande - Seleciona n maiores keypoints\n"
-    "KeyRep    - Calcula a repetibilidade de keypoints, tendo matriz 3x3\n" "KeyShow   - Mostra keypoints\n"
+    "KeyRep    - Calcula a repetibilidade de keypoints, tendo matriz 3x3\n"
+    "KeyAngulo - Reescreve os angulos na convencao de quem vai le-los\n" "KeyShow   - Mostra keypoints\n"
     "KeyMyShow - Mostra keypoints sem chamar funcao OpenCV\n" "DesSift   - Calcula descriptors de SIFT (128)\n"
     "DesSurf   - Calcula descriptors de SURF (64)\n" "DesSimp   - Calcula descriptors de SIMPLE (127)\n"
     "DesRiff   - Calcula descriptors de RIFF (100)\n" "DesRihog  - Calcula descriptors de RIHOG (80)\n"
@@ -82,6 +84,12 @@ const std::string uCg = "KeyCgSize ent.xml sai.xml fator\n  Change key size por 
 const std::string uGrande =
     "KeyGrande ent.pgm ent.xml sai.xml n\n  Seleciona n maiores keypoints sem interseccao com canvas\n"
     "  Se n e' zero ou muito grande, apenas filtra os keypoints com inter\n";
+const std::string uAngulo =
+    "KeyAngulo ent.xml sai.xml [para=opencv de=ccw]\n"
+    "  Reescreve os angulos na convencao de quem vai le-los, de 0 a 360. Pode ter ent.xml=sai.xml\n"
+    "  opencv: sentido horario na tela (KeySift, KeySurf, DesSift)\n"
+    "  ccw: anti-horario na tela, y para cima (KeyRand, DesSimp)\n"
+    "  para= e de= aceitam o nome da ferramenta (para=DesSimp de=KeySift); sem de=, a outra\n";
 const std::string uKeyShow =
     "keyshow a.pgm a.xml a.ppm [modo]\n  modo=r/n/R/N r=rich n=normal minuscula=vermelho maiuscula=multicor\n"
     "  Default=r\n";
@@ -144,6 +152,7 @@ const CasoFalha kCasos[] = {
     {"CgSizeSemFator", {"KeyCgSize", "a.xml", "b.xml"}, uCg, N},
     {"CgSizeDemais", {"KeyCgSize", "a.xml", "b.xml", "2", "3"}, uCg, N},
     {"GrandeSemN", {"KeyGrande", "a.png", "a.xml", "b.xml"}, uGrande, N},
+    {"AnguloSemSaida", {"KeyAngulo", "k.xml"}, uAngulo, N},
     {"KeyShowTres", {"keyshow", "a.png", "k.xml"}, uKeyShow, N},
     {"KeyShowSeis", {"KeyShow", "a.png", "k.xml", "s.png", "r", "x"}, uKeyShow, N},
     {"KeyMyShowCinco", {"keymyshow", "a.png", "k.xml", "s.png", "R"}, "keymyshow a.pgm a.xml a.ppm\n", N},
@@ -183,6 +192,11 @@ const CasoFalha kCasos[] = {
     {"RandSaidaImpossivel", {"KeyRand", "a.png", "a.png", "h.txt", "5", "nada/ka.xml", "kb.xml"}, "", "Erro abertura arquivo nada/ka.xml\n"},
     {"CgSizeFatorInfinito", {"KeyCgSize", "k.xml", "s.xml", "1e300"}, "", "Erro: fator leva o tamanho a infinito 1e300\n"},
     {"GrandeNNegativo", {"KeyGrande", "a.png", "k.xml", "s.xml", "-1"}, "", "Erro: n invalido\n"},
+    {"AnguloConvencao", {"KeyAngulo", "k.xml", "s.xml", "para=horario"}, "", "Erro: convencao de angulo desconhecida horario\n"},
+    {"AnguloDeFerramentaSemAngulo", {"KeyAngulo", "k.xml", "s.xml", "de=KeyGrande"}, "",
+     "Erro: convencao de angulo desconhecida KeyGrande\n"},
+    {"AnguloOpcao", {"KeyAngulo", "k.xml", "s.xml", "para=ccw", "x=1"}, "", "Erro: Argumento invalido x 1\n"},
+    {"AnguloStore", {"KeyAngulo", "nao.xml", "s.xml"}, "", "Erro abertura arquivo nao.xml\n"},
     {"SiftSemCamadas", {"KeySift", "a.png", "s.xml", "0.02", "0"}, "", "Erro: numero de camadas invalido 0\n"},
     {"SiftNumeroEnorme", {"KeySift", "a.png", "s.xml", "1e20", "3"}, "", "Erro: numero fora do intervalo 1e20\n"},
     {"FastLimiarReal", {"KeyFast", "a.png", "s.xml", "1.5"}, "", "Erro: numero inteiro invalido 1.5\n"},

@@ -31,6 +31,7 @@ const std::vector<Palavras>& ferramentas() {
       {"keyrand", "@a.pgm", "@b.pgm", "@h.txt", "#5", ">sa.yml", ">sb.yml", "seed=#7", "diamMin=#30", "diamMax=#40",
        "pertPt=#0", "pertDiam=#0", "pertDeg=#0"},
       {"keycgsize", "@k.yml", ">sai.yml", "#2"}, {"keygrande", "@a.pgm", "@k.yml", ">sai.yml", "#3"},
+      {"keyangulo", "@k.yml", ">sai.yml", "para=DesSimp", "de=KeySift"},
       {"keyshow", "@a.pgm", "@k.yml", ">sai.png"}, {"keymyshow", "@a.pgm", "@k.yml", ">sai.png"},
       {"dessift", "@a.pgm", ">sai.yml", "@k.yml"}, {"dessurf", "@a.pgm", ">sai.yml", "@k.yml"},
       {"dessimp", "@a.pgm", ">sai.yml", "key=@k.yml", "camadas=#6", "dgauss=#11"},

@@ -79,8 +79,15 @@ Execucao roda(const std::vector<std::string>& args, const std::string& pasta, do
 }
 
 std::string rodaBem(const std::vector<std::string>& args, const std::string& pasta) {
+  return rodaComAvisos(args, pasta, {});
+}
+
+std::string rodaComAvisos(const std::vector<std::string>& args, const std::string& pasta,
+                          const std::vector<std::string>& avisos) {
   const Execucao e = roda(args, pasta);
-  EXPECT_TRUE(e.status == 0 && e.err.empty()) << args[0] << ": status " << e.status << ", stderr " << e.err;
+  std::string esperado;
+  for (const std::string& a : avisos) esperado += "Aviso: " + a + "\n";
+  EXPECT_TRUE(e.status == 0 && e.err == esperado) << args[0] << ": status " << e.status << ", stderr " << e.err;
   return semTempo(e.out);
 }
 

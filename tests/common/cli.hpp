@@ -42,6 +42,9 @@ Execucao roda(const std::vector<std::string>& args, const std::string& pasta = "
               const std::map<std::string, std::string>& ambiente = {});
 // A run that must end with status 0 and nothing on stderr; its stdout without the time line.
 std::string rodaBem(const std::vector<std::string>& args, const std::string& pasta);
+// The same, with exactly these warnings on stderr ("Aviso: " and the text, one line each).
+std::string rodaComAvisos(const std::vector<std::string>& args, const std::string& pasta,
+                          const std::vector<std::string>& avisos);
 
 // stdout without its last line when that is a well-formed "Tempo gasto=S.CCs";
 // otherwise the whole text and a marker, so a comparison fails and shows why.

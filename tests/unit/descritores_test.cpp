@@ -2,6 +2,7 @@
 // its computation, then what is each one's own. The rows against the plain
 // whole-patch computation are in gauss_inteiro_test.
 #include "descriptors/forapro.hpp"
+#include "descriptors/frame.hpp"
 #include "descriptors/riff.hpp"
 #include "descriptors/rihog.hpp"
 #include "descriptors/ruhog.hpp"
@@ -531,6 +532,26 @@ TEST(ForaproLinhas, BlackPatchGivesZeroGroups) {
   cv::Mat d;
   Forapro().compute(teste::uniforme(90, 90, 0), {cv::KeyPoint(45, 45, 30), cv::KeyPoint(3, 3, 80)}, d);
   EXPECT_EQ(cv::countNonZero(d), 0);
+}
+
+// The count behind the warning on stores whose rows cannot tell keypoints apart.
+TEST(LinhasRepetidas, ContaAsLinhasIguaisAOutra) {
+  const struct {
+    std::vector<std::vector<float>> linhas;
+    size_t repetidas;
+  } casos[] = {
+      {{}, 0},
+      {{{1, 2}, {3, 4}, {2, 1}}, 0},
+      {{{1, 2}, {3, 4}, {1, 2}}, 2},
+      {{{5, 5}, {5, 5}, {5, 5}, {5, 5}}, 4},
+      {{{1, 2}, {1, 2}, {7, 8}, {7, 8}, {7, 9}}, 4},
+  };
+  for (const auto& c : casos) {
+    cv::Mat_<float> d(static_cast<int>(c.linhas.size()), 3, 9.0f);  // a third column outside the view
+    for (int r = 0; r < d.rows; ++r)
+      for (int k = 0; k < 2; ++k) d(r, k) = c.linhas[r][k];
+    EXPECT_EQ(linhasRepetidas(d.colRange(0, 2)), c.repetidas) << c.linhas.size();
+  }
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// Curves, ROC file, overlay and labels of the evaluation tools, in-process.
+// Curves, ROC file, overlay, labels and warnings of the evaluation tools, in-process.
+#include "evaluation/avisos.hpp"
 #include "evaluation/curvas.hpp"
 #include "evaluation/opcoes.hpp"
 #include "support/texto.hpp"
@@ -8,6 +9,10 @@
 
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
+
+#include <limits>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -133,6 +138,64 @@ TEST(Opcoes, LeOuRecusa) {
     EXPECT_EQ(msg == "(sem erro)" ? msg + " " + (op.arquivo.empty() ? std::string(1, op.eixox) : op.arquivo) : msg,
               esperado);
   }
+}
+
+// n matches on a 10 x n/10 grid of step 20 in image 1, each k2 exactly where
+// `verdade` sends its k1.
+formats::Casamentos casamentosSob(const cv::Matx33d& verdade, int n) {
+  formats::Casamentos c;
+  for (int i = 0; i < n; ++i) {
+    const cv::Vec3d p(100.0 + 20.0 * (i % 10), 100.0 + 20.0 * (i / 10), 1.0);
+    const cv::Vec3d q = verdade * p;
+    c.keypoints1.emplace_back(static_cast<float>(p[0]), static_cast<float>(p[1]), 10.0f);
+    c.keypoints2.emplace_back(static_cast<float>(q[0] / q[2]), static_cast<float>(q[1] / q[2]), 10.0f);
+    c.matches.emplace_back(i, i, 0.0f);
+  }
+  return c;
+}
+
+TEST(AvisosTransformacao, SentidoInvertidoOuOutroPar) {
+  const cv::Matx33d giro(0.8, -0.6, 300, 0.6, 0.8, -50, 0, 0, 1), longe(1, 0, 5000, 0, 1, 0, 0, 0, 1);
+  const std::string invertida =
+      "com h.txt lida da imagem 2 para a imagem 1 acertariam 40 de 40 casamentos, e nao 0: a matriz deve levar a "
+      "imagem 1 para a imagem 2";
+  const struct {
+    const char* nome;
+    cv::Matx33d verdade, arquivo;
+    int n;
+    std::vector<std::string> avisos;
+  } casos[] = {
+      {"certa", giro, giro, 40, {}},
+      {"identidade", cv::Matx33d::eye(), cv::Matx33d::eye(), 40, {}},
+      {"invertida", giro, giro.inv(), 40, {invertida}},
+      {"invertidaComPoucos", giro, giro.inv(), 9, {}},
+      {"outroPar", cv::Matx33d::eye(), longe, 40,
+       {"h.txt leva 40 de 40 keypoints da imagem 1 para fora da regiao dos keypoints da imagem 2: e' a matriz deste "
+        "par?"}},
+      {"outroParComPoucos", cv::Matx33d::eye(), longe, 19, {}},
+  };
+  for (const auto& c : casos) {
+    const formats::Casamentos m = casamentosSob(c.verdade, c.n);
+    const cv::Mat H(c.arquivo);
+    const std::vector<bool> certos = formats::julga(formats::inversa(H), m, 15.0);
+    EXPECT_EQ(evaluation::avisosTransformacao(H, m, 15.0, certos, "h.txt"), c.avisos) << c.nome;
+  }
+}
+
+TEST(AvisosTransformacao, CurvaROCNaJanelaDoGrafico) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const struct {
+    std::vector<evaluation::PontoROC> pontos;  // {tpr, fpr}
+    bool naJanela;
+  } casos[] = {
+      {{{0.2, 0.1}, {0.4, 0.6}, {1.0, 1.0}}, false},
+      {{{0.2, 0.1}, {0.5, 0.5}, {1.0, 1.0}}, true},  // a corner counts
+      {{{0.9, 0.05}}, true},
+      {{{nan, 0.1}, {nan, 0.2}}, false},
+      {{{0.7, nan}}, false},
+      {{}, false},
+  };
+  for (const auto& c : casos) EXPECT_EQ(evaluation::rocNaJanela(c.pontos), c.naJanela) << c.pontos.size();
 }
 
 }  // namespace
