@@ -2,9 +2,12 @@
 
 #include "descriptors/tools.hpp"
 #include "display/tools.hpp"
+#include "datasets/tools.hpp"
 #include "evaluation/tools.hpp"
 #include "keypoints/tools.hpp"
 #include "matching/tools.hpp"
+#include "plots/graficos.hpp"
+#include "sweep/tools.hpp"
 
 #include <cstdio>
 #include <cstring>
@@ -41,6 +44,9 @@ const Comando comandos[] = {
     {"matvis", MatVis, "MatVis    - Visualiza um a um os casamentos, tendo matriz 3x3"},
     {"sobrroc", SobrROC, "SobrROC   - Sobrepoe ROCs"},
     {"filtmat", FiltMat, "FiltMat   - Calcula a taxa de acertos de casamentos, tendo matriz 3x3. Filtra."},
+    {"varre", Varre, "Varre     - Mede detectores x descritores x casamentos em todo um dataset"},
+    {"seqsint", SeqSint, "SeqSint   - Gera sequencia sintetica com transformacoes exatas"},
+    {"graficos", Graficos, "Graficos  - Desenha MMA, repetibilidade e recall x 1-precisao de uma tabela"},
 };
 
 const size_t numeroComandos = sizeof(comandos) / sizeof(comandos[0]);

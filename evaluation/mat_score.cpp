@@ -11,18 +11,6 @@
 
 namespace {
 
-// Keypoints of a store in the common part of the pair.
-int naParteComum(const std::vector<cv::KeyPoint>& k, int lado, const evaluation::Geometria& g,
-                 measures::ParteComum modo) {
-  int n = 0;
-  for (const cv::KeyPoint& p : k) {
-    const measures::Regiao r = measures::regiaoDe(p);
-    n += lado == 1 ? measures::naParteComum(r, measures::projeta(r, g.H), 1, g.img1, g.img2, modo)
-                   : measures::naParteComum(r, measures::projeta(r, g.Hinv), 2, g.img2, g.img1, modo);
-  }
-  return n;
-}
-
 std::string numero(const char* formato, double v) {
   char s[64];
   std::snprintf(s, sizeof s, formato, v);
@@ -61,31 +49,18 @@ void MatScore(int argc, char** argv) {
   if (!(ransac > 0)) tvm::erro("Erro: ransac fora do intervalo");
   if (!curva.empty() && curva == op.csv) tvm::erro("Erro: curva e csv no mesmo arquivo ", curva);
 
+  measures::OpcoesCasamento oc;
+  oc.erro = op.erro / 100;
+  if (porDistancia) oc.dist = dist;
+  oc.comum = op.comum;
+  oc.ransac = ransac;
+  const measures::MedidasCasamento m =
+      measures::medeCasamentos(par.k1, par.k2, c.keypoints1, c.keypoints2, g.H, g.Hinv, g.img1, g.img2, oc);
   const size_t n = c.matches.size();
-  std::vector<bool> certos(n);
-  std::vector<double> erros(n);
-  std::vector<cv::Point2f> p1(n), p2(n);
-  int corretosComuns = 0;
-  const float minima = measures::sobreposicaoMinima(op.erro / 100);
-  for (size_t i = 0; i < n; ++i) {
-    const cv::KeyPoint &a = c.keypoints1[i], &b = c.keypoints2[i];
-    const measures::Regiao ra = measures::regiaoDe(a), rb = measures::regiaoDe(b);
-    const measures::Regiao rbt = measures::projeta(rb, g.Hinv);
-    certos[i] = porDistancia ? measures::erroReprojecao(g.Hinv, b.pt, a.pt) <= dist
-                             : measures::sobreposicao(measures::Referencia(ra), rbt) >= minima;
-    corretosComuns += certos[i] && measures::naParteComum(ra, measures::projeta(ra, g.H), 1, g.img1, g.img2, op.comum) &&
-                      measures::naParteComum(rb, rbt, 2, g.img2, g.img1, op.comum);
-    erros[i] = measures::erroReprojecao(g.H, a.pt, b.pt);
-    p1[i] = a.pt;
-    p2[i] = b.pt;
-  }
-  const int n1 = naParteComum(par.k1, 1, g, op.comum), n2 = naParteComum(par.k2, 2, g, op.comum);
-  const measures::Medida score = measures::matchingScore(corretosComuns, n1, n2);
-  const measures::MMA mma = measures::mma(erros);
-  const measures::Medida ap = measures::averagePrecision(certos);
-  const measures::Medida homografia = measures::erroHomografia(p1, p2, g.H, g.img1, ransac);
-  int corretos = 0;
-  for (bool v : certos) corretos += v;
+  const std::vector<bool>& certos = m.certos;
+  const int corretos = m.corretos, n1 = m.n1, n2 = m.n2;
+  const measures::Medida &score = m.matchingScore, &ap = m.ap, &homografia = m.erroHomografia;
+  const measures::MMA& mma = m.mma;
 
   std::printf("matches=%zu correct=%d n1=%d n2=%d matching_score=%s\n", n, corretos, n1, n2,
               evaluation::texto(score).c_str());

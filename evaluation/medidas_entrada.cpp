@@ -10,6 +10,20 @@
 
 namespace evaluation {
 
+void leTransformacao(const std::string& mat33, cv::Matx33d& H, cv::Matx33d& Hinv) {
+  cv::Mat M, Minv;
+  formats::leMat33(M, mat33);
+  // Singular values spread by twelve orders of magnitude: the plane is
+  // crushed to a line at double precision.
+  cv::Mat w;
+  cv::SVD::compute(M, w, cv::SVD::NO_UV);
+  if (!(w.at<double>(2) > 1e-12 * w.at<double>(0)) || !cv::invert(M, Minv, cv::DECOMP_LU))
+    tvm::erro("Erro: transformacao singular em ", mat33);
+  if (!cv::checkRange(Minv)) tvm::erro("Erro: transformacao singular em ", mat33);
+  H = cv::Matx33d(M);
+  Hinv = cv::Matx33d(Minv);
+}
+
 Geometria leGeometria(const std::string& img1, const std::string& img2, const std::string& mat33) {
   Geometria g;
   cv::Mat_<uchar> a, b;
@@ -17,17 +31,7 @@ Geometria leGeometria(const std::string& img1, const std::string& img2, const st
   tvm::le(b, img2);
   g.img1 = a.size();
   g.img2 = b.size();
-  cv::Mat H, Hinv;
-  formats::leMat33(H, mat33);
-  // Singular values spread by twelve orders of magnitude: the plane is
-  // crushed to a line at double precision.
-  cv::Mat w;
-  cv::SVD::compute(H, w, cv::SVD::NO_UV);
-  if (!(w.at<double>(2) > 1e-12 * w.at<double>(0)) || !cv::invert(H, Hinv, cv::DECOMP_LU))
-    tvm::erro("Erro: transformacao singular em ", mat33);
-  if (!cv::checkRange(Hinv)) tvm::erro("Erro: transformacao singular em ", mat33);
-  g.H = cv::Matx33d(H);
-  g.Hinv = cv::Matx33d(Hinv);
+  leTransformacao(mat33, g.H, g.Hinv);
   return g;
 }
 

@@ -22,6 +22,8 @@ struct Geometria {
 // near it that its inverse means nothing) stops the tool: the new measures do
 // not count matches through a collapsed plane as correct.
 Geometria leGeometria(const std::string& img1, const std::string& img2, const std::string& mat33);
+// The transform file alone, checked and inverted the same way.
+void leTransformacao(const std::string& mat33, cv::Matx33d& H, cv::Matx33d& Hinv);
 
 // Both images' geometry and both keypoint stores, each checked against its
 // image.

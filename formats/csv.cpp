@@ -80,4 +80,71 @@ void escreveTexto(tvm::SaidaSegura& saida, const std::string& texto) {
   if (!f.fecha()) tvm::erro("Erro: escrita incompleta em ", saida.destino());
 }
 
+int TabelaCSV::coluna(const std::string& nome) const {
+  for (size_t i = 0; i < colunas.size(); ++i)
+    if (colunas[i] == nome) return static_cast<int>(i);
+  return -1;
+}
+
+bool analisaCSV(const std::string& texto, TabelaCSV& tabela) {
+  tabela = TabelaCSV();
+  std::vector<std::vector<std::string>> linhas;
+  std::vector<std::string> campos;
+  std::string campo;
+  bool aspas = false, linhaVazia = true;
+  auto fechaLinha = [&] {
+    if (!linhaVazia) {
+      campos.push_back(campo);
+      linhas.push_back(campos);
+    }
+    campos.clear();
+    campo.clear();
+    linhaVazia = true;
+  };
+  for (size_t i = 0; i < texto.size(); ++i) {
+    const char c = texto[i];
+    if (aspas) {
+      if (c != '"') {
+        campo += c;
+      } else if (i + 1 < texto.size() && texto[i + 1] == '"') {
+        campo += '"';
+        ++i;
+      } else {
+        aspas = false;
+      }
+    } else if (c == '"') {
+      aspas = true;
+      linhaVazia = false;
+    } else if (c == ',') {
+      campos.push_back(campo);
+      campo.clear();
+      linhaVazia = false;
+    } else if (c == '\n') {
+      fechaLinha();
+    } else if (c != '\r') {
+      campo += c;
+      linhaVazia = false;
+    }
+  }
+  if (aspas) return false;
+  fechaLinha();
+  if (linhas.empty()) return false;
+  tabela.colunas = linhas.front();
+  for (size_t i = 1; i < linhas.size(); ++i) {
+    if (linhas[i].size() != tabela.colunas.size()) return false;
+    tabela.linhas.push_back(std::move(linhas[i]));
+  }
+  return true;
+}
+
+TabelaCSV leTabelaCSV(const std::string& arquivo) {
+  std::ifstream f{arquivo, std::ios::binary};
+  if (!f) tvm::erro("Erro abertura arquivo ", arquivo);
+  std::ostringstream todo;
+  todo << f.rdbuf();
+  TabelaCSV tabela;
+  if (!analisaCSV(todo.str(), tabela)) tvm::erro("Erro: tabela CSV mal formada em ", arquivo);
+  return tabela;
+}
+
 }  // namespace formats

@@ -26,6 +26,21 @@ void acrescentaCSV(const std::string& arquivo, const std::string& cabecalho, con
 // A whole table as text.
 std::string tabelaCSV(const std::string& cabecalho, const std::vector<std::string>& linhas);
 
+// A table read back: the header's column names and each row's fields, quotes
+// removed. Blank lines are skipped.
+struct TabelaCSV {
+  std::vector<std::string> colunas;
+  std::vector<std::vector<std::string>> linhas;
+  // Index of a column, or -1.
+  int coluna(const std::string& nome) const;
+};
+// The table in `texto`; false when a quote is left open or a row has another
+// number of fields than the header.
+bool analisaCSV(const std::string& texto, TabelaCSV& tabela);
+// The table in a file; stops naming the file when it cannot be read, is
+// empty or is not a well-formed table.
+TabelaCSV leTabelaCSV(const std::string& arquivo);
+
 // Writes `texto` into the temporary of `saida`, for the caller to confirm.
 void escreveTexto(tvm::SaidaSegura& saida, const std::string& texto);
 

@@ -62,4 +62,53 @@ Medida erroHomografia(const std::vector<cv::Point2f>& pontos1, const std::vector
   return soma / 4;
 }
 
+namespace {
+
+// Keypoints of one image's list in the common part of the pair.
+int naParteComum(const std::vector<cv::KeyPoint>& k, int lado, const cv::Matx33d& paraOutra, cv::Size propria,
+                 cv::Size outra, ParteComum modo) {
+  int n = 0;
+  for (const cv::KeyPoint& p : k) {
+    const Regiao r = regiaoDe(p);
+    n += naParteComum(r, projeta(r, paraOutra), lado, propria, outra, modo);
+  }
+  return n;
+}
+
+}  // namespace
+
+MedidasCasamento medeCasamentos(const std::vector<cv::KeyPoint>& k1, const std::vector<cv::KeyPoint>& k2,
+                                const std::vector<cv::KeyPoint>& m1, const std::vector<cv::KeyPoint>& m2,
+                                const cv::Matx33d& H, const cv::Matx33d& Hinv, cv::Size img1, cv::Size img2,
+                                const OpcoesCasamento& op) {
+  const size_t n = m1.size();
+  MedidasCasamento r;
+  r.certos.resize(n);
+  std::vector<double> erros(n);
+  std::vector<cv::Point2f> p1(n), p2(n);
+  int corretosComuns = 0;
+  const float minima = sobreposicaoMinima(op.erro);
+  for (size_t i = 0; i < n; ++i) {
+    const cv::KeyPoint &a = m1[i], &b = m2[i];
+    const Regiao ra = regiaoDe(a), rb = regiaoDe(b);
+    const Regiao rbt = projeta(rb, Hinv);
+    const bool certo = op.dist ? erroReprojecao(Hinv, b.pt, a.pt) <= *op.dist
+                               : sobreposicao(Referencia(ra), rbt) >= minima;
+    r.certos[i] = certo;
+    r.corretos += certo;
+    corretosComuns += certo && naParteComum(ra, projeta(ra, H), 1, img1, img2, op.comum) &&
+                      naParteComum(rb, rbt, 2, img2, img1, op.comum);
+    erros[i] = erroReprojecao(H, a.pt, b.pt);
+    p1[i] = a.pt;
+    p2[i] = b.pt;
+  }
+  r.n1 = naParteComum(k1, 1, H, img1, img2, op.comum);
+  r.n2 = naParteComum(k2, 2, Hinv, img2, img1, op.comum);
+  r.matchingScore = matchingScore(corretosComuns, r.n1, r.n2);
+  r.mma = mma(erros);
+  r.ap = averagePrecision(r.certos);
+  r.erroHomografia = erroHomografia(p1, p2, H, img1, op.ransac);
+  return r;
+}
+
 }  // namespace measures

@@ -7,6 +7,7 @@
 #include <opencv2/core.hpp>
 
 #include <array>
+#include <optional>
 #include <vector>
 
 namespace measures {
@@ -55,5 +56,32 @@ Medida averagePrecision(const std::vector<bool>& certos);
 Medida erroHomografia(const std::vector<cv::Point2f>& pontos1, const std::vector<cv::Point2f>& pontos2,
                       const cv::Matx33d& H, cv::Size img1, double limiarRansac);
 inline int homografiaCorreta(const Medida& erro, double limiar) { return erro && *erro <= limiar; }
+
+// Every measure above for one ranked match list. A match is correct when
+// the overlap error of its two regions is below `erro` (a fraction, 0.4 in
+// the descriptor protocol) or, with `dist` set, when k2 mapped back into
+// image 1 lies within dist pixels of k1. The matching score counts correct
+// matches whose keypoints are both in the common part, over the keypoints of
+// each image's whole list (k1, k2) in the common part.
+struct OpcoesCasamento {
+  double erro = 0.4;
+  std::optional<double> dist;
+  ParteComum comum = ParteComum::ambas;
+  double ransac = 3;  // RANSAC reprojection threshold, pixels
+};
+struct MedidasCasamento {
+  std::vector<bool> certos;  // per match, in list order
+  int corretos = 0;
+  int n1 = 0, n2 = 0;        // keypoints of each image in the common part
+  Medida matchingScore;
+  MMA mma;
+  Medida ap, erroHomografia;
+};
+// m1[i] and m2[i] are the keypoints of match i, best first; H maps image 1
+// to image 2 and Hinv back.
+MedidasCasamento medeCasamentos(const std::vector<cv::KeyPoint>& k1, const std::vector<cv::KeyPoint>& k2,
+                                const std::vector<cv::KeyPoint>& m1, const std::vector<cv::KeyPoint>& m2,
+                                const cv::Matx33d& H, const cv::Matx33d& Hinv, cv::Size img1, cv::Size img2,
+                                const OpcoesCasamento& op);
 
 }  // namespace measures

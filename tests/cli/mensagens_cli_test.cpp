@@ -70,6 +70,9 @@ const char* const kLista =
     "Matlab    - Exporta arquivo para Matlab tracar ROC, tendo matriz 3x3\n"
     "MatVis    - Visualiza um a um os casamentos, tendo matriz 3x3\n" "SobrROC   - Sobrepoe ROCs\n"
     "FiltMat   - Calcula a taxa de acertos de casamentos, tendo matriz 3x3. Filtra.\n"
+    "Varre     - Mede detectores x descritores x casamentos em todo um dataset\n"
+    "SeqSint   - Gera sequencia sintetica com transformacoes exatas\n"
+    "Graficos  - Desenha MMA, repetibilidade e recall x 1-precisao de uma tabela\n"
     "...............................................................................\n";
 
 const std::string N = "Erro: Numero de argumentos invalido\n";

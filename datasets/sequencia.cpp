@@ -1,0 +1,119 @@
+#include "datasets/sequencia.hpp"
+
+#include "support/erro.hpp"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <memory>
+
+namespace datasets {
+
+namespace {
+
+const char* const kExtensoes[] = {".ppm", ".pgm", ".png", ".jpg", ".jpeg"};
+// Views beyond this are not looked for: HPatches and Oxford stop at 6, and a
+// synthetic sequence is written with at most this many.
+constexpr int kMaxVistas = 100;
+
+bool existeArquivo(const std::string& nome) {
+  struct stat st;
+  return stat(nome.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
+bool ehPasta(const std::string& nome) {
+  struct stat st;
+  return stat(nome.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+std::string achaImagem(const std::string& base) {
+  for (const char* e : kExtensoes)
+    if (existeArquivo(base + e)) return base + e;
+  return "";
+}
+
+std::string nomeDaPasta(std::string pasta) {
+  while (pasta.size() > 1 && pasta.back() == '/') pasta.pop_back();
+  const size_t barra = pasta.rfind('/');
+  return barra == std::string::npos ? pasta : pasta.substr(barra + 1);
+}
+
+// Image k and transform 1->k of one layout; empty names where absent.
+struct Layout {
+  std::string (*imagem)(const std::string& pasta, int k);
+  std::string (*transformacao)(const std::string& pasta, int k);
+};
+
+const Layout kLayouts[] = {
+    {[](const std::string& p, int k) { return achaImagem(p + "/img" + std::to_string(k)); },
+     [](const std::string& p, int k) { return p + "/H1to" + std::to_string(k) + "p"; }},
+    {[](const std::string& p, int k) { return achaImagem(p + "/" + std::to_string(k)); },
+     [](const std::string& p, int k) { return p + "/H_1_" + std::to_string(k); }},
+};
+
+}  // namespace
+
+const char* nomeTipo(Tipo t) {
+  switch (t) {
+    case Tipo::iluminacao: return "illumination";
+    case Tipo::pontoDeVista: return "viewpoint";
+    default: return "";
+  }
+}
+
+bool leSequencia(const std::string& pasta, Sequencia& s) {
+  for (const Layout& l : kLayouts) {
+    // The last view is the highest index with an image or a transform.
+    int ultima = 0;
+    for (int k = 1; k <= kMaxVistas; ++k)
+      if (!l.imagem(pasta, k).empty() || (k > 1 && existeArquivo(l.transformacao(pasta, k)))) ultima = k;
+    if (ultima < 2) continue;
+    s = Sequencia();
+    s.pasta = pasta;
+    s.nome = nomeDaPasta(pasta);
+    if (s.nome.rfind("i_", 0) == 0) s.tipo = Tipo::iluminacao;
+    if (s.nome.rfind("v_", 0) == 0) s.tipo = Tipo::pontoDeVista;
+    for (int k = 1; k <= ultima; ++k) {
+      s.imagens.push_back(l.imagem(pasta, k));
+      const std::string h = k > 1 ? l.transformacao(pasta, k) : "";
+      s.transformacoes.push_back(existeArquivo(h) ? h : "");
+    }
+    return true;
+  }
+  return false;
+}
+
+std::vector<Sequencia> leDataset(const std::string& pasta, const std::vector<std::string>& nomes) {
+  std::vector<Sequencia> todas;
+  Sequencia s;
+  if (leSequencia(pasta, s)) {
+    todas.push_back(s);
+  } else {
+    std::unique_ptr<DIR, int (*)(DIR*)> d(opendir(pasta.c_str()), closedir);
+    if (!d) tvm::erro("Erro: nao foi possivel ler a pasta do dataset ", pasta);
+    std::vector<std::string> entradas;
+    while (dirent* e = readdir(d.get())) {
+      const std::string nome = e->d_name;
+      if (nome != "." && nome != ".." && ehPasta(pasta + "/" + nome)) entradas.push_back(nome);
+    }
+    std::sort(entradas.begin(), entradas.end());
+    for (const std::string& nome : entradas)
+      if (leSequencia(pasta + "/" + nome, s)) todas.push_back(s);
+  }
+  if (todas.empty()) tvm::erro("Erro: nenhuma sequencia (img1.ppm.. ou 1.ppm..) em ", pasta);
+  if (nomes.empty()) return todas;
+  std::vector<Sequencia> escolhidas;
+  for (const std::string& nome : nomes) {
+    auto it = std::find_if(todas.begin(), todas.end(), [&](const Sequencia& q) { return q.nome == nome; });
+    if (it == todas.end()) tvm::erro("Erro: sequencia ", nome, " nao encontrada em " + pasta);
+    escolhidas.push_back(*it);
+  }
+  std::sort(escolhidas.begin(), escolhidas.end(), [](const Sequencia& a, const Sequencia& b) { return a.nome < b.nome; });
+  escolhidas.erase(std::unique(escolhidas.begin(), escolhidas.end(),
+                               [](const Sequencia& a, const Sequencia& b) { return a.nome == b.nome; }),
+                   escolhidas.end());
+  return escolhidas;
+}
+
+}  // namespace datasets

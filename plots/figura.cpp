@@ -1,0 +1,127 @@
+#include "plots/figura.hpp"
+
+#include "support/arquivos.hpp"
+#include "support/erro.hpp"
+
+#include <plplot.h>
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+
+namespace plots {
+
+namespace {
+
+// Colour-blind-safe qualitative palette (Tableau 10); index 0 of PLplot's
+// map is the background, 1 the axes.
+const int kPaleta[][3] = {{31, 119, 180}, {255, 127, 14}, {44, 160, 44},  {214, 39, 40},  {148, 103, 189},
+                          {140, 86, 75},  {227, 119, 194}, {127, 127, 127}, {188, 189, 34}, {23, 190, 207}};
+constexpr int kCores = sizeof(kPaleta) / sizeof(kPaleta[0]);
+constexpr int kLargura = 560, kAltura = 420, kLegenda = 260;  // pixels per panel, and for the legend
+
+// Every label of the figure, in order of first appearance: the legend.
+std::vector<std::string> rotulos(const Figura& f) {
+  std::vector<std::string> r;
+  for (const Painel& p : f.paineis)
+    for (const Serie& s : p.series)
+      if (std::find(r.begin(), r.end(), s.rotulo) == r.end()) r.push_back(s.rotulo);
+  return r;
+}
+
+void estilo(int i) {
+  plcol0(2 + i % kCores);
+  pllsty(1 + (i / kCores) % 8);
+}
+
+void desenhaEm(const Figura& f, const char* dispositivo, const std::string& arquivo) {
+  const std::vector<std::string> legenda = rotulos(f);
+  const int n = static_cast<int>(f.paineis.size());
+  const int largura = kLargura * n + kLegenda;
+  PLINT antigo = 0, novo = 0;
+  plgstrm(&antigo);
+  plmkstrm(&novo);
+  plsdev(dispositivo);
+  plsfnam(arquivo.c_str());
+  plspage(0, 0, largura, kAltura, 0, 0);
+  plscmap0n(2 + kCores);
+  plscol0(0, 255, 255, 255);
+  plscol0(1, 0, 0, 0);
+  for (int i = 0; i < kCores; ++i) plscol0(2 + i, kPaleta[i][0], kPaleta[i][1], kPaleta[i][2]);
+  plinit();
+  pladv(0);
+  plschr(0, 0.75);
+  const double fimPaineis = static_cast<double>(kLargura * n) / largura;
+  for (int k = 0; k < n; ++k) {
+    const Painel& p = f.paineis[k];
+    const double x0 = fimPaineis * k / n, x1 = fimPaineis * (k + 1) / n;
+    plvpor(x0 + 0.12 * (x1 - x0), x1 - 0.02 * (x1 - x0), 0.14, 0.84);
+    plwind(p.xMin, p.xMax, p.yMin, p.yMax);
+    plcol0(1);
+    pllsty(1);
+    plbox("bcnst", 0, 0, "bcnstv", 0, 0);
+    pllab(p.eixoX.c_str(), p.eixoY.c_str(), p.titulo.c_str());
+    for (const Serie& s : p.series) {
+      estilo(static_cast<int>(std::find(legenda.begin(), legenda.end(), s.rotulo) - legenda.begin()));
+      std::vector<PLFLT> x, y;
+      for (size_t i = 0; i < s.x.size() && i < s.y.size(); ++i)
+        if (std::isfinite(s.x[i]) && std::isfinite(s.y[i])) {
+          x.push_back(s.x[i]);
+          y.push_back(s.y[i]);
+        }
+      if (x.empty()) continue;
+      plline(static_cast<PLINT>(x.size()), x.data(), y.data());
+      if (f.marcadores) plstring(static_cast<PLINT>(x.size()), x.data(), y.data(), "#(728)");
+    }
+  }
+  // Title above all panels, legend to their right.
+  plvpor(0, 1, 0, 1);
+  plwind(0, 1, 0, 1);
+  plcol0(1);
+  plschr(0, 0.95);
+  plmtex("t", -1.6, 0.5 * fimPaineis, 0.5, f.titulo.c_str());
+  plschr(0, 0.75);
+  if (!legenda.empty()) {
+    const int m = static_cast<int>(legenda.size());
+    std::vector<PLINT> opcoes(m, PL_LEGEND_LINE), cores(m), estilos(m), coresTexto(m, 1);
+    std::vector<PLFLT> larguras(m, 1.0);
+    std::vector<const char*> textos(m);
+    for (int i = 0; i < m; ++i) {
+      cores[i] = 2 + i % kCores;
+      estilos[i] = 1 + (i / kCores) % 8;
+      textos[i] = legenda[i].c_str();
+    }
+    PLFLT w = 0, h = 0;
+    plvpor(fimPaineis, 1, 0.14, 0.84);
+    plwind(0, 1, 0, 1);
+    pllegend(&w, &h, PL_LEGEND_BACKGROUND | PL_LEGEND_BOUNDING_BOX, PL_POSITION_LEFT | PL_POSITION_TOP | PL_POSITION_INSIDE,
+             0.02, 0.0, 0.12, 0, 1, 1, 0, 0, m, opcoes.data(), 0.8, 0.8, 1.6, 0.0, coresTexto.data(), textos.data(),
+             nullptr, nullptr, nullptr, nullptr, cores.data(), estilos.data(), larguras.data(), nullptr, nullptr,
+             nullptr, nullptr);
+  }
+  plend1();
+  plsstrm(antigo);
+}
+
+}  // namespace
+
+void desenha(const Figura& f, const std::string& base) {
+  if (f.paineis.empty()) tvm::erro("Erro: grafico sem paineis ", base);
+  for (const Painel& p : f.paineis)
+    if (!(std::isfinite(p.xMin) && std::isfinite(p.xMax) && std::isfinite(p.yMin) && std::isfinite(p.yMax)) ||
+        !(p.xMax > p.xMin) || !(p.yMax > p.yMin))
+      tvm::erro("Erro: eixos invalidos no grafico ", base);
+  tvm::SaidaSegura png(base + ".png"), svg(base + ".svg");
+  // PLplot ends the process when it cannot open its file: make sure first
+  // that both temporaries can be created.
+  for (const tvm::SaidaSegura* s : {&png, &svg}) {
+    tvm::Arquivo teste(s->temporario(), "wb");
+    if (!teste || !teste.fecha()) tvm::erro("Erro: nao foi possivel criar ", s->destino());
+  }
+  desenhaEm(f, "pngcairo", png.temporario());
+  desenhaEm(f, "svgcairo", svg.temporario());
+  png.confirma();
+  svg.confirma();
+}
+
+}  // namespace plots

@@ -1,0 +1,90 @@
+// A sweep: every detector x descriptor x matcher configuration on every image
+// pair 1-k of every sequence of a dataset, measured as KeyRep and MatScore
+// measure one pair, into one tidy table.
+//
+// Unit of work: one sequence x one (detector, descriptor) configuration. Its
+// images are detected once (per sequence and detector, shared by every
+// descriptor) and described once, image 1's rows serving every pair; its rows
+// are every pair x every matcher. A unit's rows are written atomically to
+// SAIDA/unidades/<sequence>@<detector>@<descriptor>@<options hash>.csv, with
+// its timings and recall curves beside them, the table last: a killed sweep
+// run again skips every unit whose table is there and all of whose rows are
+// ok, and rebuilds SAIDA/resultados.csv from the unit tables in unit order
+// (sequences by name, then detectors and descriptors in the order given), so
+// the result does not depend on interruptions. Units whose options differ
+// have other hashes and never mix.
+//
+// Tables (one header row, one row per unit of measure, NA for undefined):
+//   resultados.csv  sequence,kind,pair,detector,descriptor,matcher,status, counts, measures (kCabecalho)
+//   tempos.csv      the same keys and the seconds of each stage (timings vary
+//                   from run to run, so they stay out of resultados.csv)
+//   curvas.csv      recall against 1-precision along each ranked match list
+//                   of one chosen pair
+// A failure that concerns one image, transform or keypoint list (unreadable
+// file, singular transform, OpenCV refusing an input) becomes the status of
+// the rows it touches and the sweep goes on. A keypoint a descriptor cannot
+// describe (SIMPLE on a flat patch) is dropped, with its partner for rand
+// pairs, and counted in `dropped`.
+#pragma once
+
+#include "datasets/sequencia.hpp"
+#include "measures/repetibilidade.hpp"
+#include "sweep/algoritmos.hpp"
+
+#include <string>
+#include <vector>
+
+namespace sweep {
+
+extern const char* const kCabecalho;
+extern const char* const kCabecalhoTempos;
+extern const char* const kCabecalhoCurvas;
+
+struct OpcoesMedidas {
+  double erro = 40;  // overlap error, percent (KeyRep's and MatScore's erro=)
+  measures::ParteComum comum = measures::ParteComum::ambas;
+  double px = 3;      // distance repeatability, pixels
+  double ransac = 3;  // homography estimation threshold, pixels
+};
+
+// Everything a sweep needs, read from its command line.
+struct Plano {
+  std::string dataset, saida;
+  std::vector<datasets::Sequencia> sequencias;
+  std::vector<Detector> detectores;
+  std::vector<Descritor> descritores;
+  std::vector<Casador> casadores;
+  // The option words of each algorithm, as given; they sign the units.
+  std::vector<std::string> opcoesDetectores, opcoesDescritores;
+  std::string opcoesCasadores;
+  OpcoesMedidas medidas;
+  int threads = 0;  // 0: OpenCV's choice
+  std::string curvaSequencia;  // pair 1-curvaVista of this sequence gets curves
+  int curvaVista = 2;
+  bool graficos = true;
+};
+
+// Reads `Varre DATASET SAIDA [options]` (argv[0] the tool's name).
+Plano lePlano(int argc, char** argv);
+
+struct Unidade {
+  int sequencia, detector, descritor;  // indices into the plan
+};
+// Every unit of the plan, in table order.
+std::vector<Unidade> unidades(const Plano& p);
+// The unit's table, relative to SAIDA.
+std::string arquivoUnidade(const Plano& p, const Unidade& u);
+
+struct Resumo {
+  int unidades = 0, falhas = 0, refeitas = 0;  // refeitas: computed in this run
+};
+
+// Runs the plan: units not finished are computed, then the three tables are
+// rebuilt in SAIDA. Progress goes to stderr.
+Resumo varre(const Plano& p);
+
+// The mean of each measure per configuration (and per kind of sequence when
+// the dataset names kinds), as text for the terminal.
+std::string tabelaResumo(const std::string& resultadosCsv);
+
+}  // namespace sweep
