@@ -9,9 +9,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include <jpeglib.h>
-#include <sys/stat.h>
 
-#include <cerrno>
 #include <cmath>
 #include <csetjmp>
 #include <cstdio>
@@ -158,7 +156,7 @@ cv::Mat_<uchar> vistaSint(const cv::Mat_<uchar>& fonte, const ParamSint& p, doub
 
 void escreveSequencia(const cv::Mat_<uchar>& fonte, const std::string& pasta, const ParamSint& p) {
   p.confere();
-  if (mkdir(pasta.c_str(), 0777) != 0 && errno != EEXIST) tvm::erro("Erro: nao foi possivel criar a pasta ", pasta);
+  tvm::criaPastas(pasta);
   tvm::myrandom.srand(p.seed);
   // Every file is confirmed only once all are written: a failure leaves
   // none of the new ones.

@@ -144,6 +144,7 @@ TabelaCSV leTabelaCSV(const std::string& arquivo) {
   todo << f.rdbuf();
   TabelaCSV tabela;
   if (!analisaCSV(todo.str(), tabela)) tvm::erro("Erro: tabela CSV mal formada em ", arquivo);
+  tabela.arquivo = arquivo;
   return tabela;
 }
 

@@ -29,6 +29,7 @@ std::string tabelaCSV(const std::string& cabecalho, const std::vector<std::strin
 // A table read back: the header's column names and each row's fields, quotes
 // removed. Blank lines are skipped.
 struct TabelaCSV {
+  std::string arquivo;  // where it was read from, for messages
   std::vector<std::string> colunas;
   std::vector<std::vector<std::string>> linhas;
   // Index of a column, or -1.

@@ -1,6 +1,7 @@
 #include "plots/graficos.hpp"
 
 #include "support/argumentos.hpp"
+#include "support/arquivos.hpp"
 #include "support/erro.hpp"
 #include "support/numeros.hpp"
 
@@ -9,7 +10,6 @@
 #include <algorithm>
 #include <array>
 #include <tuple>
-#include <cerrno>
 #include <cstdio>
 #include <map>
 
@@ -22,7 +22,7 @@ struct Colunas {
   Colunas(const formats::TabelaCSV& t, std::initializer_list<const char*> nomes) {
     for (const char* n : nomes) {
       const int c = t.coluna(n);
-      if (c < 0) tvm::erro("Erro: coluna ", n, " ausente na tabela");
+      if (c < 0) tvm::erro("Erro: coluna ", n, " ausente em " + t.arquivo);
       indices[n] = c;
     }
   }
@@ -210,7 +210,7 @@ std::vector<std::pair<std::string, Figura>> figurasCurvas(const formats::TabelaC
 
 void desenhaGraficos(const std::string& resultados, const std::string& curvas, const std::string& pasta) {
   const formats::TabelaCSV t = formats::leTabelaCSV(resultados);
-  if (mkdir(pasta.c_str(), 0777) != 0 && errno != EEXIST) tvm::erro("Erro: nao foi possivel criar a pasta ", pasta);
+  tvm::criaPastas(pasta);
   desenha(figuraMMA(t), pasta + "/mma");
   for (const auto& [nome, f] : figurasSequencias(t)) desenha(f, pasta + "/seq-" + nome);
   struct stat st;

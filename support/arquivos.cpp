@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 
 namespace tvm {
@@ -51,6 +52,17 @@ void vsWildCard(const std::string& pattern, std::vector<std::string>& names, boo
     for (size_t i = 0; i < resultado.gl_pathc; ++i) names.emplace_back(resultado.gl_pathv[i]);
   ::globfree(&resultado);
   if (status != 0 && exigeArquivo) erro("Erro: nenhum arquivo para ", pattern);
+}
+
+void criaPastas(const std::string& pasta) {
+  for (size_t fim = pasta.find('/', 1);; fim = pasta.find('/', fim + 1)) {
+    const std::string parte = pasta.substr(0, fim);
+    if (!parte.empty() && mkdir(parte.c_str(), 0777) != 0 && errno != EEXIST)
+      erro("Erro: nao foi possivel criar a pasta ", pasta);
+    if (fim == std::string::npos) break;
+  }
+  struct stat st;
+  if (stat(pasta.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) erro("Erro: nao foi possivel criar a pasta ", pasta);
 }
 
 }  // namespace tvm

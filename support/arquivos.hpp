@@ -51,6 +51,10 @@ class Arquivo {
   FILE* f_;
 };
 
+// Creates the folder and any missing parent (as mkdir -p); stops naming the
+// folder when one cannot be created.
+void criaPastas(const std::string& pasta);
+
 // Appends to `names` the files that match `pattern` (shell wildcards), sorted.
 // A pattern without wildcards is appended as it stands, so a missing file is
 // reported by whoever opens it. With `exigeArquivo` true a wildcard pattern

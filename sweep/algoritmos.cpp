@@ -62,6 +62,15 @@ Detector criaDetector(const std::string& nome, tvm::ISTR& op) {
     if (camadas < 1 || camadas > 100) tvm::erro("Erro: numero de camadas invalido ", std::to_string(camadas));
     d.escreve = Convencao::horario;
     d.detecta = [=](const cv::Mat_<uchar>& img) { return keypoints::detectaSift(img, nfeatures, camadas); };
+    // KeySift then DesSift build the same scale space twice; detecting and
+    // describing in one pass gives the same keypoints and rows, once, as
+    // long as the descriptor is SIFT's default one.
+    if (nfeatures == 0 && camadas == 3) {
+      d.descreveComo = "sift";
+      d.detectaEDescreve = [](const cv::Mat_<uchar>& img, std::vector<cv::KeyPoint>& k, cv::Mat& linhas) {
+        cv::SIFT::create(0, 3, 0.04, 10.0, 1.6)->detectAndCompute(img, cv::noArray(), k, linhas);
+      };
+    }
   } else if (nome == "surf") {
     double limiar = 0;
     std::optional<double> t;
@@ -106,9 +115,9 @@ Detector criaDetector(const std::string& nome, tvm::ISTR& op) {
 Descritor criaDescritor(const std::string& nome, tvm::ISTR& op) {
   Descritor d;
   if (nome == "sift") {
-    const cv::Ptr<cv::SIFT> sift = cv::SIFT::create(0, 3, 0.04, 10.0, 1.6);
-    d = {nome, Convencao::horario, [sift](const cv::Mat_<uchar>& img, std::vector<cv::KeyPoint>& k, cv::Mat& linhas) {
-           sift->compute(img, k, linhas);
+    // One instance per call: several images are described at once.
+    d = {nome, Convencao::horario, [](const cv::Mat_<uchar>& img, std::vector<cv::KeyPoint>& k, cv::Mat& linhas) {
+           cv::SIFT::create(0, 3, 0.04, 10.0, 1.6)->compute(img, k, linhas);
          }};
   } else if (nome == "surf") {
     const features::SURF surf;

@@ -37,6 +37,10 @@ struct Detector {
   Convencao escreve = Convencao::nenhuma;
   // Null for rand, whose keypoints come in pairs per image pair.
   std::function<std::vector<cv::KeyPoint>(const cv::Mat_<uchar>&)> detecta;
+  // A detector that also describes in the same pass (SIFT: one scale space
+  // for both) names that descriptor; its rows are then taken as they come.
+  std::string descreveComo;
+  std::function<void(const cv::Mat_<uchar>&, std::vector<cv::KeyPoint>&, cv::Mat&)> detectaEDescreve;
   bool aleatorio = false;
   int nRand = 1000;
   keypoints::ParamRand rand;

@@ -88,6 +88,9 @@ Plano lePlano(int argc, char** argv) {
     } else if (chave == "ransac") {
       tvm::convArg(p.medidas.ransac, valor);
       if (!(p.medidas.ransac > 0)) tvm::erro("Erro: ransac fora do intervalo");
+    } else if (chave == "dist") {
+      tvm::convArg(p.medidas.dist, valor);
+      if (!(p.medidas.dist > 0)) tvm::erro("Erro: dist fora do intervalo");
     } else if (chave == "comum") {
       if (valor == "ambas")
         p.medidas.comum = measures::ParteComum::ambas;

@@ -8,14 +8,12 @@
 #include "support/imagem.hpp"
 #include "sweep/progresso.hpp"
 
-#include <sys/stat.h>
 
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
-#include <map>
 #include <new>
+#include <algorithm>
 #include <optional>
 #include <sstream>
 
@@ -69,9 +67,6 @@ std::string assinatura(const std::string& texto) {
   return s;
 }
 
-void criaPasta(const std::string& pasta) {
-  if (mkdir(pasta.c_str(), 0777) != 0 && errno != EEXIST) tvm::erro("Erro: nao foi possivel criar a pasta ", pasta);
-}
 
 bool leTexto(const std::string& arquivo, std::string& texto) {
   std::ifstream f{arquivo, std::ios::binary};
@@ -225,6 +220,7 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const 
     oc.erro = p.medidas.erro / 100;
     oc.comum = p.medidas.comum;
     oc.ransac = p.medidas.ransac;
+    if (p.medidas.dist > 0) oc.dist = p.medidas.dist;
     measures::MedidasCasamento m;
     falha = capturaFalha([&] {
       m = measures::medeCasamentos(a.keypoints, b.keypoints, m1, m2, g.H, g.Hinv, ia.size(), ib.size(), oc);
@@ -257,98 +253,145 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const 
   }
 }
 
+// Calls f(i) for i in [0, n) over OpenCV's thread pool. Each call writes
+// only its own slot and catches its own failures, so results do not depend on
+// the thread count; OpenCV runs the kernels inside each call serially.
+template <typename F>
+void paraCada(int n, const F& f) {
+  if (n <= 0) return;
+  cv::parallel_for_(cv::Range(0, n), [&](const cv::Range& r) {
+    for (int i = r.start; i < r.end; ++i) f(i);
+  }, n);
+}
+
 // What one sequence holds in memory while its units run: its images,
-// transforms and, per detector, keypoints and repeatability.
+// transforms and, per detector, keypoints and repeatability. Nothing of it
+// outlives the sequence, so memory does not grow with the dataset.
 class Sequencia {
  public:
   Sequencia(const Plano& p, const datasets::Sequencia& s) : p_(p), s_(s) {
     const int n = s.vistas();
     imagens_.resize(n);
     geometrias_.resize(n);
-    for (int k = 0; k < n; ++k) {
+    paraCada(n, [&](int k) {
       if (s.imagens[k].empty())
         imagens_[k].falha = "Erro: imagem " + std::to_string(k + 1) + " ausente em " + s.pasta;
       else
         imagens_[k].falha = capturaFalha([&] { tvm::le(imagens_[k].pixels, s.imagens[k]); });
-      if (k == 0) continue;
+      if (k == 0) return;
       if (s.transformacoes[k].empty())
         geometrias_[k].falha = "Erro: transformacao 1-" + std::to_string(k + 1) + " ausente em " + s.pasta;
       else
-        geometrias_[k].falha =
-            capturaFalha([&] { evaluation::leTransformacao(s.transformacoes[k], geometrias_[k].H, geometrias_[k].Hinv); });
-    }
+        geometrias_[k].falha = capturaFalha(
+            [&] { evaluation::leTransformacao(s.transformacoes[k], geometrias_[k].H, geometrias_[k].Hinv); });
+    });
   }
 
   Saidas unidade(int idet, int ides) {
     const Detector& det = p_.detectores[idet];
     const Descritor& des = p_.descritores[ides];
-    Saidas o;
     const int n = s_.vistas();
-    if (!det.aleatorio) detecta(idet);
-    std::vector<Descricao> descr;
-    if (!det.aleatorio) {
-      descr = deteccoes_;
-      for (int k = 0; k < n; ++k) {
-        Descricao& d = descr[k];
-        if (!d.falha.empty()) continue;
-        converteAngulos(d.keypoints, det.escreve, des.le);
-        descreve(des, imagens_[k], d, nullptr, nullptr);
+    // a[k], b[k]: the keypoints and rows of images 1 and k + 1 for pair k.
+    std::vector<Descricao> a(n), b(n);
+    std::vector<std::string> falhas(n);
+    for (int k = 1; k < n; ++k) {
+      falhas[k] = imagens_[0].falha;
+      if (falhas[k].empty()) falhas[k] = imagens_[k].falha;
+      if (falhas[k].empty()) falhas[k] = geometrias_[k].falha;
+    }
+    if (det.aleatorio) {
+      // The pairs come from the one shared generator: drawn in order, then
+      // described in parallel.
+      for (int k = 1; k < n; ++k) {
+        if (!falhas[k].empty()) continue;
+        falhas[k] = capturaFalha([&] {
+          keypoints::geraPares(imagens_[0].pixels.size(), geometrias_[k].H, det.nRand, det.rand, a[k].keypoints,
+                               b[k].keypoints);
+        });
+        a[k].detectados = b[k].detectados = static_cast<int>(a[k].keypoints.size());
+      }
+      paraCada(n, [&](int k) {
+        if (k == 0 || !falhas[k].empty()) return;
+        repeticoesRand_[k] = repeticao(p_, a[k], b[k], imagens_[0].pixels, imagens_[k].pixels, geometrias_[k]);
+        converteAngulos(a[k].keypoints, det.escreve, des.le);
+        converteAngulos(b[k].keypoints, det.escreve, des.le);
+        descreve(des, imagens_[0], a[k], &imagens_[k], &b[k]);
+      });
+    } else {
+      detecta(idet);
+      std::vector<Descricao> d = deteccoes_;
+      const bool jaDescritas = descreveJunto(det) && det.descreveComo == des.nome;
+      paraCada(n, [&](int k) {
+        if (!d[k].falha.empty()) return;
+        if (jaDescritas) return;
+        converteAngulos(d[k].keypoints, det.escreve, des.le);
+        descreve(des, imagens_[k], d[k], nullptr, nullptr);
+      });
+      for (int k = 1; k < n; ++k) {
+        a[k] = d[0];
+        b[k] = d[k];
       }
     }
-    for (int k = 1; k < n; ++k) {
-      const bool comCurva = s_.nome == p_.curvaSequencia && k + 1 == p_.curvaVista;
-      std::string falha = imagens_[0].falha;
-      if (falha.empty()) falha = imagens_[k].falha;
-      if (falha.empty()) falha = geometrias_[k].falha;
-      Descricao a, b;
-      if (falha.empty() && det.aleatorio) {
-        falha = capturaFalha([&] {
-          keypoints::geraPares(imagens_[0].pixels.size(), geometrias_[k].H, det.nRand, det.rand, a.keypoints,
-                               b.keypoints);
-        });
-        if (falha.empty()) {
-          a.detectados = b.detectados = static_cast<int>(a.keypoints.size());
-          repeticoes_[{idet, k}] = repeticao(p_, a, b, imagens_[0].pixels, imagens_[k].pixels, geometrias_[k]);
-          converteAngulos(a.keypoints, det.escreve, des.le);
-          converteAngulos(b.keypoints, det.escreve, des.le);
-          descreve(des, imagens_[0], a, &imagens_[k], &b);
-        }
-      } else if (falha.empty()) {
-        a = descr[0];
-        b = descr[k];
-      }
-      if (falha.empty()) falha = a.falha;
-      if (falha.empty()) falha = b.falha;
+    std::vector<Saidas> partes(n);
+    paraCada(n, [&](int k) {
+      if (k == 0) return;
+      std::string falha = falhas[k];
+      if (falha.empty()) falha = a[k].falha;
+      if (falha.empty()) falha = b[k].falha;
       if (!falha.empty()) {
-        for (const Casador& cas : p_.casadores) linhaFalha(o, s_, k + 1, det, des, cas, falha);
-        continue;
+        for (const Casador& cas : p_.casadores) linhaFalha(partes[k], s_, k + 1, det, des, cas, falha);
+        return;
       }
-      auto r = repeticoes_.find({idet, k});
-      if (r == repeticoes_.end())
-        r = repeticoes_.emplace(std::make_pair(idet, k), repeticao(p_, deteccoes_[0], deteccoes_[k], imagens_[0].pixels,
-                                                                   imagens_[k].pixels, geometrias_[k]))
-                .first;
-      mede(o, p_, s_, k + 1, det, des, a, b, imagens_[0].pixels, imagens_[k].pixels, geometrias_[k], r->second,
-           comCurva);
+      const Repeticao& rep = det.aleatorio ? repeticoesRand_[k] : repeticoes_[k];
+      const bool comCurva = s_.nome == p_.curvaSequencia && k + 1 == p_.curvaVista;
+      mede(partes[k], p_, s_, k + 1, det, des, a[k], b[k], imagens_[0].pixels, imagens_[k].pixels, geometrias_[k],
+           rep, comCurva);
+    });
+    Saidas o;
+    for (const Saidas& parte : partes) {
+      o.linhas += parte.linhas;
+      o.tempos += parte.tempos;
+      o.curvas += parte.curvas;
+      o.falhou = o.falhou || parte.falhou;
     }
     return o;
   }
 
  private:
-  // Keypoints of every image for this detector, once.
+  // Whether the detector's one-pass description serves a descriptor of the plan.
+  bool descreveJunto(const Detector& det) const {
+    if (!det.detectaEDescreve) return false;
+    for (const Descritor& d : p_.descritores)
+      if (d.nome == det.descreveComo) return true;
+    return false;
+  }
+
+  // Keypoints of every image for this detector, and the repeatability of
+  // every pair, once.
   void detecta(int idet) {
     if (detectorAtual_ == idet) return;
     detectorAtual_ = idet;
-    deteccoes_.assign(s_.vistas(), Descricao());
-    for (int k = 0; k < s_.vistas(); ++k) {
+    const Detector& det = p_.detectores[idet];
+    const int n = s_.vistas();
+    deteccoes_.assign(n, Descricao());
+    paraCada(n, [&](int k) {
       Descricao& d = deteccoes_[k];
       d.falha = imagens_[k].falha;
-      if (!d.falha.empty()) continue;
+      if (!d.falha.empty()) return;
       const auto t0 = Relogio::now();
-      d.falha = capturaFalha([&] { d.keypoints = p_.detectores[idet].detecta(imagens_[k].pixels); });
+      if (descreveJunto(det))
+        d.falha = capturaFalha([&] { det.detectaEDescreve(imagens_[k].pixels, d.keypoints, d.linhas); });
+      else
+        d.falha = capturaFalha([&] { d.keypoints = det.detecta(imagens_[k].pixels); });
       d.segundosDetecao = segundosDesde(t0);
       d.detectados = static_cast<int>(d.keypoints.size());
-    }
+    });
+    repeticoes_.assign(n, Repeticao());
+    paraCada(n, [&](int k) {
+      if (k > 0 && deteccoes_[0].falha.empty() && deteccoes_[k].falha.empty() && geometrias_[k].falha.empty())
+        repeticoes_[k] = repeticao(p_, deteccoes_[0], deteccoes_[k], imagens_[0].pixels, imagens_[k].pixels,
+                                   geometrias_[k]);
+    });
   }
 
   const Plano& p_;
@@ -357,7 +400,8 @@ class Sequencia {
   std::vector<Geometria> geometrias_;
   int detectorAtual_ = -1;
   std::vector<Descricao> deteccoes_;
-  std::map<std::pair<int, int>, Repeticao> repeticoes_;
+  std::vector<Repeticao> repeticoes_;
+  std::vector<Repeticao> repeticoesRand_ = std::vector<Repeticao>(s_.vistas());
 };
 
 // A unit finished earlier: its table is there, well formed, with rows that
@@ -395,15 +439,15 @@ std::string arquivoUnidade(const Plano& p, const Unidade& u) {
   std::string opcoes = "det " + p.opcoesDetectores[u.detector] + "|des " + p.opcoesDescritores[u.descritor] +
                        "|mat " + p.opcoesCasadores + "|med " + numero("%.17g", p.medidas.erro) + " " +
                        (p.medidas.comum == measures::ParteComum::ambas ? "ambas" : "opencv") + " " +
-                       numero("%.17g", p.medidas.px) + " " + numero("%.17g", p.medidas.ransac);
+                       numero("%.17g", p.medidas.px) + " " + numero("%.17g", p.medidas.ransac) + " " +
+                       numero("%.17g", p.medidas.dist);
   if (s.nome == p.curvaSequencia) opcoes += "|curva " + std::to_string(p.curvaVista);
   return "unidades/" + s.nome + "@" + p.detectores[u.detector].nome + "@" + p.descritores[u.descritor].nome + "@" +
          assinatura(opcoes).substr(0, 12) + ".csv";
 }
 
 Resumo varre(const Plano& p) {
-  criaPasta(p.saida);
-  criaPasta(p.saida + "/unidades");
+  tvm::criaPastas(p.saida + "/unidades");
   if (p.threads > 0) cv::setNumThreads(p.threads);
   const std::vector<Unidade> todas = unidades(p);
   Resumo r;

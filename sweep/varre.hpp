@@ -45,6 +45,7 @@ struct OpcoesMedidas {
   measures::ParteComum comum = measures::ParteComum::ambas;
   double px = 3;      // distance repeatability, pixels
   double ransac = 3;  // homography estimation threshold, pixels
+  double dist = 0;    // > 0: a match is correct by distance, as MatScore's dist=
 };
 
 // Everything a sweep needs, read from its command line.

@@ -12,7 +12,7 @@ void Varre(int argc, char** argv) {
         {"Varre: Mede detectores x descritores x casamentos em todos os pares 1-k de um dataset",
          "Varre DATASET SAIDA [det=sift,surf,fast,star,rand] [des=sift,surf,simple,riff,rihog,ruhog,forapro]",
          "      [mat=nn,ratio,mutuo] [seq=nome,...] [threads=N] [ALG.OPCAO=valor ...]",
-         "      [erro=40 px=3 ransac=3 comum=ambas|opencv] [curva=SEQ:K] [graficos=1]",
+         "      [erro=40 | dist=val] [px=3 ransac=3 comum=ambas|opencv] [curva=SEQ:K] [graficos=1]",
          "  DATASET: pasta de sequencias (img1.ppm..,H1to2p.. ou 1.ppm..,H_1_2..) ou uma sequencia",
          "  ALG.OPCAO: opcao da ferramenta do algoritmo, ex.: sift.nfeatures=500 rihog.raio=30 ratio.ratio=0.7",
          "  SAIDA: resultados.csv, tempos.csv, curvas.csv, graficos/; rodar de novo retoma o que faltou"});

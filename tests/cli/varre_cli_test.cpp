@@ -1,0 +1,255 @@
+// Varre, SeqSint and Graficos on the real binary: a sweep killed and run
+// again ends with the tables of an uninterrupted one; broken inputs become
+// rows; angles reach each descriptor in its own convention; flat patches
+// cost one keypoint pair, not the unit; every refusal names what is wrong.
+#include "formats/csv.hpp"
+#include "tests/common/cli.hpp"
+#include "tests/common/pasta_temp.hpp"
+#include "tests/common/sinteticas.hpp"
+
+#include <gtest/gtest.h>
+#include <opencv2/imgcodecs.hpp>
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::string semTempo(const teste::Execucao& e) { return teste::semTempo(e.out); }
+
+// Two synthetic sequences of a texture, made by SeqSint itself.
+void criaDataset(const teste::PastaTemp& p, int vistas = 4) {
+  teste::salva(teste::textura(180, 220, 11), p / "fonte.png");
+  const std::string n = "n=" + std::to_string(vistas);
+  teste::rodaBem({"SeqSint", "fonte.png", "ds/v_giro", n, "rotacao=30", "escala=1.2"}, p.caminho());
+  teste::rodaBem({"SeqSint", "fonte.png", "ds/i_luz", n, "brilho=-30", "ruido=3", "seed=4"}, p.caminho());
+}
+
+// Unit tables (not their timings or curves) in a sweep's folder.
+int unidadesProntas(const std::string& pasta) {
+  DIR* d = opendir((pasta + "/unidades").c_str());
+  if (!d) return 0;
+  int n = 0;
+  while (dirent* e = readdir(d)) {
+    const std::string nome = e->d_name;
+    n += nome.size() > 4 && nome.compare(nome.size() - 4, 4, ".csv") == 0 && nome.find(".tempos.") == std::string::npos &&
+         nome.find(".curvas.") == std::string::npos && nome.find(".tmp") == std::string::npos && nome[0] != '.';
+  }
+  closedir(d);
+  return n;
+}
+
+formats::TabelaCSV tabela(const std::string& arquivo) { return formats::leTabelaCSV(arquivo); }
+
+std::string campo(const formats::TabelaCSV& t, size_t linha, const std::string& coluna) {
+  return t.linhas.at(linha).at(t.coluna(coluna));
+}
+
+const std::vector<std::string> kVarredura = {"det=fast,sift", "des=sift,rihog,simple", "mat=nn,ratio", "graficos=0"};
+
+// The sweep's words, the tool's name first (as teste::roda takes them).
+std::vector<std::string> varre(const std::string& saida) {
+  std::vector<std::string> a = {"Varre", "ds", saida};
+  a.insert(a.end(), kVarredura.begin(), kVarredura.end());
+  return a;
+}
+
+TEST(Varre, MortaERetomadaDaAMesmaTabela) {
+  teste::PastaTemp p;
+  criaDataset(p);
+  const teste::Execucao a = teste::roda(varre("a"), p.caminho());
+  ASSERT_EQ(a.status, 0) << a.err;
+  EXPECT_NE(a.out.find("Resultados: a/resultados.csv (12 unidades, 12 calculadas agora)\n"), std::string::npos);
+  // One line per finished sequence when stderr is not a terminal.
+  EXPECT_NE(a.err.find("Varre: sequencia i_luz pronta (1/2)"), std::string::npos) << a.err;
+  EXPECT_NE(a.err.find("Varre: sequencia v_giro pronta (2/2)"), std::string::npos) << a.err;
+
+  {
+    std::vector<std::string> comando = varre("b");
+    comando.insert(comando.begin(), QUIVELAR_BIN);
+    teste::Processo b(comando, p.caminho());
+    for (int i = 0; i < 3000 && unidadesProntas(p / "b") < 2; ++i) usleep(2000);
+    const teste::Execucao morta = b.fim();
+    ASSERT_TRUE(morta.estourou) << "terminou antes de ser morta";
+  }
+  const int prontas = unidadesProntas(p / "b");
+  ASSERT_GE(prontas, 2);
+  ASSERT_LT(prontas, 12);
+  const teste::Execucao b = teste::roda(varre("b"), p.caminho());
+  ASSERT_EQ(b.status, 0) << b.err;
+  EXPECT_NE(b.out.find("(12 unidades, " + std::to_string(12 - prontas) + " calculadas agora)"), std::string::npos)
+      << b.out;
+  for (const char* t : {"/resultados.csv", "/curvas.csv"})
+    EXPECT_EQ(teste::leTexto(p / "a" + t), teste::leTexto(p / "b" + t)) << t;
+  // The summary comes from the table, so it is the same too.
+  EXPECT_EQ(semTempo(a).substr(0, semTempo(a).find("Resultados:")), semTempo(b).substr(0, semTempo(b).find("Resultados:")));
+
+  const formats::TabelaCSV t = tabela(p / "a/resultados.csv");
+  // 2 sequences x 3 pairs x 2 detectors x 3 descriptors x 2 matchers.
+  ASSERT_EQ(t.linhas.size(), 72u);
+  EXPECT_EQ(t.colunas.front(), "sequence");
+  EXPECT_EQ(campo(t, 0, "sequence"), "i_luz");
+  EXPECT_EQ(campo(t, 0, "kind"), "illumination");
+  EXPECT_EQ(campo(t, 0, "pair"), "1-2");
+  EXPECT_EQ(campo(t, 0, "detector") + campo(t, 0, "descriptor") + campo(t, 0, "matcher"), "fastsiftnn");
+  EXPECT_EQ(campo(t, 71, "sequence") + campo(t, 71, "pair") + campo(t, 71, "descriptor") + campo(t, 71, "matcher"),
+            "v_giro1-4simpleratio");
+  // Timings stay out of the table, in tempos.csv with the same keys.
+  EXPECT_EQ(tabela(p / "a/tempos.csv").linhas.size(), 72u);
+  // The same command, run once more, computes nothing and changes nothing.
+  const teste::Execucao c = teste::roda(varre("b"), p.caminho());
+  EXPECT_NE(c.out.find("(12 unidades, 0 calculadas agora)"), std::string::npos) << c.out;
+  EXPECT_EQ(teste::leTexto(p / "a/resultados.csv"), teste::leTexto(p / "b/resultados.csv"));
+}
+
+TEST(Varre, ImagemETransformacaoRuinsViramLinhas) {
+  teste::PastaTemp p;
+  teste::salva(teste::textura(180, 220, 11), p / "fonte.png");
+  teste::rodaBem({"SeqSint", "fonte.png", "ds/seq", "n=4", "rotacao=20"}, p.caminho());
+  teste::escreveTexto(p / "ds/seq/img3.png", "isto nao e uma imagem");
+  ASSERT_EQ(std::remove((p / "ds/seq/H1to4p").c_str()), 0);
+  const teste::Execucao e = teste::roda({"Varre", "ds", "o", "det=fast", "des=rihog", "mat=nn"}, p.caminho());
+  EXPECT_EQ(e.status, 1);
+  EXPECT_EQ(e.err.substr(e.err.rfind("Erro:")), "Erro: 1 de 1 unidades falharam; ver a coluna status de o/resultados.csv\n");
+  const formats::TabelaCSV t = tabela(p / "o/resultados.csv");
+  ASSERT_EQ(t.linhas.size(), 3u);
+  EXPECT_EQ(campo(t, 0, "status"), "ok");
+  EXPECT_EQ(campo(t, 1, "status"), "Erro abertura arquivo ds/seq/img3.png");
+  EXPECT_EQ(campo(t, 2, "status"), "Erro: transformacao 1-4 ausente em ds/seq");
+  for (size_t i : {1, 2})
+    for (const char* c : {"keypoints1", "repeatability", "matching_score", "mma@3", "homography@5"})
+      EXPECT_EQ(campo(t, i, c), "NA") << i << c;
+  double v = 0;
+  EXPECT_TRUE(std::sscanf(campo(t, 0, "matching_score").c_str(), "%lf", &v) == 1 && v > 0);
+  // The summary and the plots are made all the same.
+  EXPECT_NE(e.out.find("fast     rihog      nn      all              1      2"), std::string::npos) << e.out;
+  EXPECT_FALSE(teste::leTexto(p / "o/graficos/mma.svg").empty());
+}
+
+// KeyRand writes angles counter-clockwise; SIFT reads them clockwise. On a
+// turned view only the mirrored angles let SIFT match (a few percent
+// otherwise); SIMPLE reads them as written. A flat third of the image makes
+// SIMPLE drop keypoint pairs, not the unit.
+TEST(Varre, AngulosNaConvencaoDeCadaDescritorEManchasPlanas) {
+  teste::PastaTemp p;
+  // A crop of the graffiti: SIFT's descriptor on KeyRand's sizes needs
+  // structure at that scale, which a noise texture lacks.
+  cv::Mat_<uchar> img = teste::leCinzaDeDados("img1.png")(cv::Rect(300, 220, 240, 200)).clone();
+  teste::salva(img, p / "textura.png");
+  img(cv::Rect(0, 0, 80, 200)).setTo(128);
+  teste::salva(img, p / "plana.png");
+  teste::rodaBem({"SeqSint", "textura.png", "ds/v_giro", "n=2", "rotacao=60"}, p.caminho());
+  teste::rodaBem({"SeqSint", "plana.png", "ds/v_plana", "n=2", "rotacao=60"}, p.caminho());
+  const teste::Execucao e = teste::roda(
+      {"Varre", "ds", "o", "det=rand", "des=sift,simple", "mat=nn", "rand.n=150", "rand.diammin=24", "rand.diammax=30",
+       "graficos=0"},
+      p.caminho());
+  ASSERT_EQ(e.status, 0) << e.err;
+  const formats::TabelaCSV t = tabela(p / "o/resultados.csv");
+  ASSERT_EQ(t.linhas.size(), 4u);
+  for (size_t i = 0; i < t.linhas.size(); ++i) {
+    const std::string seq = campo(t, i, "sequence"), des = campo(t, i, "descriptor");
+    EXPECT_EQ(campo(t, i, "status"), "ok");
+    EXPECT_EQ(campo(t, i, "keypoints1"), "150");
+    const int descartados = std::stoi(campo(t, i, "dropped"));
+    EXPECT_EQ(std::stoi(campo(t, i, "described1")), 150 - descartados / 2) << seq << des;
+    if (seq == "v_plana" && des == "simple") {
+      EXPECT_GT(descartados, 0);
+    } else {
+      EXPECT_EQ(descartados, 0) << seq << des;
+    }
+    if (seq == "v_giro") {
+      double score = 0;
+      std::sscanf(campo(t, i, "matching_score").c_str(), "%lf", &score);
+      EXPECT_GT(score, 0.9) << des;
+    }
+  }
+}
+
+TEST(Graficos, PngESvgComEixosELegenda) {
+  teste::PastaTemp p;
+  criaDataset(p, 3);
+  ASSERT_EQ(teste::roda({"Varre", "ds", "o", "det=fast", "des=rihog", "mat=nn,mutuo", "graficos=0"}, p.caminho()).status,
+            0);
+  const std::string out = teste::rodaBem({"Graficos", "o/resultados.csv", "g", "curvas=o/curvas.csv"}, p.caminho());
+  EXPECT_EQ(out, "Graficos: g\n");
+  for (const char* f : {"mma", "seq-i_luz", "seq-v_giro", "curva-i_luz-1-2"}) {
+    const cv::Mat png = cv::imread(p / "g/" + f + ".png");
+    EXPECT_GT(png.cols, png.rows) << f;
+    const std::string svg = teste::leTexto(p / "g/" + f + ".svg");
+    EXPECT_NE(svg.find("<svg"), std::string::npos) << f;
+  }
+  EXPECT_EQ(p.conteudo().size(), 4u);  // ds, fonte.png, g, o: no temporary left
+}
+
+struct CasoErro {
+  std::string nome;
+  std::vector<std::string> args;
+  std::string err;
+};
+
+const CasoErro kErros[] = {
+    {"DetectorDesconhecido", {"Varre", "ds", "o", "det=harris"}, "Erro: detector desconhecido harris\n"},
+    {"DescritorDesconhecido", {"Varre", "ds", "o", "des=orb"}, "Erro: descritor desconhecido orb\n"},
+    {"CasamentoDesconhecido", {"Varre", "ds", "o", "mat=knn"}, "Erro: casamento desconhecido knn\n"},
+    {"OpcaoDesconhecida", {"Varre", "ds", "o", "des=rihog", "rihog.largura=3"}, "Erro: Argumento invalido rihog.largura 3\n"},
+    {"OpcaoForaDaVarredura", {"Varre", "ds", "o", "rihog.raio=30"}, "Erro: Argumento invalido rihog.raio=30\n"},
+    {"OpcaoDoDescritorInvalida", {"Varre", "ds", "o", "des=simple", "simple.dgauss=4"}, "Erro: dGauss deve ser impar\n"},
+    {"PalavraSolta", {"Varre", "ds", "o", "rapido"}, "Erro: Argumento invalido rapido\n"},
+    {"NomeRepetido", {"Varre", "ds", "o", "det=sift,sift"}, "Erro: nome repetido na lista sift\n"},
+    {"DistForaDoIntervalo", {"Varre", "ds", "o", "dist=0"}, "Erro: dist fora do intervalo\n"},
+    {"CurvaForaDaVarredura", {"Varre", "ds", "o", "curva=v_giro:9"}, "Erro: par de curva fora da varredura v_giro:9\n"},
+    {"SequenciaInexistente", {"Varre", "ds", "o", "seq=boat"}, "Erro: sequencia boat nao encontrada em ds\n"},
+    {"DatasetSemSequencia", {"Varre", "vazia", "x"}, "Erro: nenhuma sequencia (img1.ppm.. ou 1.ppm..) em vazia\n"},
+    {"DatasetInexistente", {"Varre", "nada", "x"}, "Erro: nao foi possivel ler a pasta do dataset nada\n"},
+    {"SeqSintPoucasVistas", {"SeqSint", "fonte.png", "s", "n=1"}, "Erro: n fora do intervalo (2 a 100)\n"},
+    {"SeqSintOpcao", {"SeqSint", "fonte.png", "s", "giro=3"}, "Erro: Argumento invalido giro 3\n"},
+    {"SeqSintSemImagem", {"SeqSint", "nada.png", "s"}, "Erro abertura arquivo nada.png\n"},
+    {"GraficosSemTabela", {"Graficos", "nada.csv", "g"}, "Erro abertura arquivo nada.csv\n"},
+    {"GraficosTabelaRuim", {"Graficos", "ruim.csv", "g"}, "Erro: tabela CSV mal formada em ruim.csv\n"},
+    {"GraficosOutraTabela", {"Graficos", "outra.csv", "g"}, "Erro: coluna kind ausente em outra.csv\n"},
+    {"GraficosSemCurvas", {"Graficos", "outra.csv", "g", "curvas=nada.csv"}, "Erro abertura arquivo nada.csv\n"},
+};
+
+class Erros : public testing::TestWithParam<CasoErro> {};
+
+TEST_P(Erros, UmaMensagemEStatusUm) {
+  static teste::PastaTemp p;
+  static const bool pronto = [] {
+    teste::salva(teste::textura(60, 80, 1), p / "fonte.png");
+    teste::rodaBem({"SeqSint", "fonte.png", "ds/v_giro", "n=2", "rotacao=10"}, p.caminho());
+    teste::escreveTexto(p / "ruim.csv", "a,b\n\"1,2\n");
+    mkdir((p / "vazia").c_str(), 0777);
+    teste::escreveTexto(p / "outra.csv", "x,y\n1,2\n");
+    return true;
+  }();
+  ASSERT_TRUE(pronto);
+  const teste::Execucao e = teste::roda(GetParam().args, p.caminho());
+  EXPECT_EQ(e.status, 1);
+  EXPECT_EQ(e.err, GetParam().err);
+  EXPECT_EQ(teste::leTexto(p / "o/resultados.csv"), "");  // nothing written before the plan is whole
+}
+
+INSTANTIATE_TEST_SUITE_P(Varre, Erros, testing::ValuesIn(kErros),
+                         [](const testing::TestParamInfo<CasoErro>& i) { return i.param.nome; });
+
+TEST(Varre, Usos) {
+  const std::pair<const char*, const char*> usos[] = {
+      {"Varre", "Varre: Mede detectores x descritores x casamentos em todos os pares 1-k de um dataset\n"},
+      {"SeqSint", "SeqSint: Gera sequencia sintetica (img1.png..imgN.png, H1to2p..H1toNp) a partir de uma imagem\n"},
+      {"Graficos", "Graficos: Desenha MMA, repetibilidade, matching score e recall x 1-precisao de uma tabela\n"},
+  };
+  for (const auto& [ferramenta, primeira] : usos) {
+    const teste::Execucao e = teste::roda({ferramenta, "x"});
+    EXPECT_EQ(e.status, 1);
+    EXPECT_EQ(e.out.substr(0, e.out.find('\n') + 1), primeira);
+    EXPECT_EQ(e.err, "Erro: Numero de argumentos invalido\n");
+  }
+}
+
+}  // namespace

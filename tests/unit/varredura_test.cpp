@@ -1,0 +1,255 @@
+// Datasets, synthetic sequences, the sweep's angle conversion, CSV reading
+// and the plots' means, in-process.
+#include "datasets/sequencia.hpp"
+#include "datasets/sintetica.hpp"
+#include "formats/csv.hpp"
+#include "plots/graficos.hpp"
+#include "sweep/angulos.hpp"
+#include "tests/common/erros.hpp"
+#include "tests/common/pasta_temp.hpp"
+#include "tests/common/sinteticas.hpp"
+
+#include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
+
+#include <sys/stat.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+namespace {
+
+// ------------------------------------------------------------------ layouts
+
+struct CasoLayout {
+  std::string nome;
+  std::string pasta;                 // the sequence folder's name
+  std::vector<std::string> arquivos;
+  int vistas;
+  datasets::Tipo tipo;
+  std::vector<bool> imagens, transformacoes;  // which are present, per view
+};
+
+const CasoLayout kLayouts[] = {
+    {"Oxford", "graf", {"img1.ppm", "img2.ppm", "img3.pgm", "H1to2p", "H1to3p"}, 3, datasets::Tipo::nenhum,
+     {true, true, true}, {false, true, true}},
+    {"HPatches", "v_boat", {"1.ppm", "2.ppm", "H_1_2"}, 2, datasets::Tipo::pontoDeVista, {true, true}, {false, true}},
+    {"HPatchesLuz", "i_ajuntament", {"1.png", "2.png", "3.png", "H_1_2", "H_1_3"}, 3, datasets::Tipo::iluminacao,
+     {true, true, true}, {false, true, true}},
+    // A view whose image is gone still counts, so its pair is reported.
+    {"ImagemFaltando", "wall", {"img1.png", "img2.png", "H1to2p", "H1to3p"}, 3, datasets::Tipo::nenhum,
+     {true, true, false}, {false, true, true}},
+    {"TransformacaoFaltando", "bark", {"img1.jpg", "img2.jpg", "img3.jpeg", "H1to2p"}, 3, datasets::Tipo::nenhum,
+     {true, true, true}, {false, true, false}},
+};
+
+class Layout : public testing::TestWithParam<CasoLayout> {};
+
+TEST_P(Layout, ReconheceVistasETipo) {
+  const CasoLayout& c = GetParam();
+  teste::PastaTemp p;
+  ASSERT_EQ(mkdir((p / c.pasta).c_str(), 0777), 0);
+  for (const std::string& a : c.arquivos) teste::escreveTexto(p / c.pasta + "/" + a, "x");
+  datasets::Sequencia s;
+  ASSERT_TRUE(datasets::leSequencia(p / c.pasta, s));
+  EXPECT_EQ(s.nome, c.pasta);
+  EXPECT_EQ(s.vistas(), c.vistas);
+  EXPECT_EQ(s.tipo, c.tipo);
+  for (int k = 0; k < c.vistas; ++k) {
+    EXPECT_EQ(!s.imagens[k].empty(), c.imagens[k]) << "imagem " << k + 1;
+    EXPECT_EQ(!s.transformacoes[k].empty(), c.transformacoes[k]) << "transformacao " << k + 1;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Sequencias, Layout, testing::ValuesIn(kLayouts),
+                         [](const testing::TestParamInfo<CasoLayout>& i) { return i.param.nome; });
+
+TEST(Dataset, PastaDeSequenciasOuUmaSequencia) {
+  teste::PastaTemp p;
+  for (const char* s : {"b", "a", "vazia"}) ASSERT_EQ(mkdir((p / s).c_str(), 0777), 0);
+  for (const char* s : {"a", "b"})
+    for (const char* f : {"/img1.png", "/img2.png", "/H1to2p"}) teste::escreveTexto(p / s + f, "x");
+  const std::vector<datasets::Sequencia> todas = datasets::leDataset(p.caminho(), {});
+  ASSERT_EQ(todas.size(), 2u);
+  EXPECT_EQ(todas[0].nome, "a");
+  EXPECT_EQ(todas[1].nome, "b");
+  const std::vector<datasets::Sequencia> uma = datasets::leDataset(p / "b", {});
+  ASSERT_EQ(uma.size(), 1u);
+  EXPECT_EQ(uma[0].nome, "b");
+  EXPECT_EQ(datasets::leDataset(p.caminho(), {"b", "b"}).size(), 1u);
+  EXPECT_EQ(teste::mensagemDe([&] { datasets::leDataset(p.caminho(), {"c"}); }),
+            "Erro: sequencia c nao encontrada em " + p.caminho());
+  EXPECT_EQ(teste::mensagemDe([&] { datasets::leDataset(p / "vazia", {}); }),
+            "Erro: nenhuma sequencia (img1.ppm.. ou 1.ppm..) em " + p / "vazia");
+}
+
+// ---------------------------------------------------------------- synthetic
+
+// A bright dot drawn in the source must reappear where the written transform
+// sends it: the files' H is the warp's.
+struct CasoGeometria {
+  std::string nome;
+  datasets::ParamSint p;
+};
+
+datasets::ParamSint geometria(double rotacao, double escala, double vista) {
+  datasets::ParamSint p;
+  p.rotacao = rotacao;
+  p.escala = escala;
+  p.vista = vista;
+  return p;
+}
+
+const CasoGeometria kGeometrias[] = {
+    {"Rotacao", geometria(50, 1, 0)},
+    {"Escala", geometria(0, 1.6, 0)},
+    {"Vista", geometria(0, 1, 40)},
+    {"Todas", geometria(-30, 0.7, -35)},
+};
+
+class Geometria : public testing::TestWithParam<CasoGeometria> {};
+
+TEST_P(Geometria, PontoVaiParaOndeHManda) {
+  const datasets::ParamSint& p = GetParam().p;
+  for (const cv::Point2f q : {cv::Point2f(70, 60), cv::Point2f(150, 100), cv::Point2f(110, 80)}) {
+    cv::Mat_<uchar> fonte(160, 220, uchar(0));
+    cv::circle(fonte, cv::Point(cvRound(q.x), cvRound(q.y)), 3, 255, -1);
+    const cv::Mat_<uchar> vista = datasets::vistaSint(fonte, p, 1);
+    const cv::Matx33d H = datasets::transformacaoSint(fonte.size(), p, 1);
+    const cv::Vec3d h = H * cv::Vec3d(q.x, q.y, 1);
+    // The dot's centroid: a tilt stretches it, so its brightest pixel wanders.
+    const cv::Moments m = cv::moments(vista);
+    ASSERT_GT(m.m00, 0) << q;
+    EXPECT_NEAR(m.m10 / m.m00, h[0] / h[2], 0.5) << q;
+    EXPECT_NEAR(m.m01 / m.m00, h[1] / h[2], 0.5) << q;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Sintetica, Geometria, testing::ValuesIn(kGeometrias),
+                         [](const testing::TestParamInfo<CasoGeometria>& i) { return i.param.nome; });
+
+TEST(Sintetica, ImagemUmEhAFonteEMetadeDaMudancaNoMeio) {
+  datasets::ParamSint p;
+  p.rotacao = 80;
+  const cv::Mat_<uchar> fonte = teste::textura(100, 120, 3);
+  EXPECT_EQ(cv::norm(datasets::vistaSint(fonte, p, 0), fonte, cv::NORM_INF), 0);
+  const cv::Matx33d H = datasets::transformacaoSint(fonte.size(), p, 0.5);
+  EXPECT_NEAR(std::atan2(-H(1, 0), H(0, 0)) * 180 / CV_PI, 40, 1e-9);  // counter-clockwise on screen
+}
+
+TEST(Sintetica, FotometriaMudaNiveisSemMoverPixels) {
+  datasets::ParamSint p;
+  p.brilho = -40;
+  const cv::Mat_<uchar> fonte = teste::uniforme(40, 50, 100);
+  EXPECT_EQ(datasets::transformacaoSint(fonte.size(), p, 1), cv::Matx33d::eye());
+  EXPECT_EQ(cv::mean(datasets::vistaSint(fonte, p, 1))[0], 60);
+  EXPECT_EQ(cv::mean(datasets::vistaSint(fonte, p, 0.5))[0], 80);
+  p = datasets::ParamSint();
+  p.jpeg = 10;
+  const cv::Mat_<uchar> tex = teste::textura(64, 64, 1);
+  EXPECT_GT(cv::norm(datasets::vistaSint(tex, p, 1), tex, cv::NORM_INF), 0);
+}
+
+TEST(Sintetica, MesmaSementeMesmosArquivos) {
+  datasets::ParamSint p;
+  p.vistas = 3;
+  p.ruido = 8;
+  p.rotacao = 15;
+  const cv::Mat_<uchar> fonte = teste::textura(60, 80, 9);
+  teste::PastaTemp a;
+  datasets::escreveSequencia(fonte, a / "s1", p);
+  datasets::escreveSequencia(fonte, a / "s2", p);
+  p.seed = 8;
+  datasets::escreveSequencia(fonte, a / "s3", p);
+  for (const char* f : {"/img2.png", "/img3.png", "/H1to3p"})
+    EXPECT_EQ(teste::leTexto(a / "s1" + f), teste::leTexto(a / "s2" + f)) << f;
+  EXPECT_NE(teste::leTexto(a / "s1/img3.png"), teste::leTexto(a / "s3/img3.png"));
+  EXPECT_EQ(teste::leTexto(a / "s1/H1to3p"), teste::leTexto(a / "s3/H1to3p"));
+}
+
+TEST(Sintetica, ParametrosForaDoIntervalo) {
+  const std::vector<std::pair<std::function<void(datasets::ParamSint&)>, std::string>> casos = {
+      {[](datasets::ParamSint& p) { p.vistas = 1; }, "Erro: n fora do intervalo (2 a 100)"},
+      {[](datasets::ParamSint& p) { p.escala = 0; }, "Erro: escala deve ser positiva"},
+      {[](datasets::ParamSint& p) { p.vista = 85; }, "Erro: vista fora do intervalo (-80 a 80 graus)"},
+      {[](datasets::ParamSint& p) { p.jpeg = 0; }, "Erro: jpeg fora do intervalo (1 a 100)"},
+      {[](datasets::ParamSint& p) { p.gama = -1; }, "Erro: gama deve ser positivo"},
+  };
+  for (const auto& [muda, mensagem] : casos) {
+    datasets::ParamSint p;
+    muda(p);
+    EXPECT_EQ(teste::mensagemDe([&] { p.confere(); }), mensagem);
+  }
+}
+
+// ------------------------------------------------------------------ angles
+
+TEST(Angulos, EspelhaSoEntreConvencoesOrientadasDiferentes) {
+  using sweep::Convencao;
+  struct Caso {
+    Convencao de, para;
+    float entrada, saida;
+  };
+  const Caso casos[] = {
+      {Convencao::antiHorario, Convencao::horario, 30, 330},
+      {Convencao::antiHorario, Convencao::horario, -90, 90},
+      {Convencao::horario, Convencao::antiHorario, 0, 0},
+      {Convencao::horario, Convencao::antiHorario, 270, 90},
+      {Convencao::antiHorario, Convencao::antiHorario, -90, -90},
+      {Convencao::nenhuma, Convencao::horario, -1, -1},
+      {Convencao::horario, Convencao::nenhuma, 45, 45},
+  };
+  for (const Caso& c : casos) {
+    std::vector<cv::KeyPoint> k{cv::KeyPoint(1, 1, 5, c.entrada)};
+    sweep::converteAngulos(k, c.de, c.para);
+    EXPECT_FLOAT_EQ(k[0].angle, c.saida) << c.entrada;
+  }
+}
+
+// --------------------------------------------------------------------- CSV
+
+TEST(CSV, LeCamposComAspasEVirgulas) {
+  formats::TabelaCSV t;
+  ASSERT_TRUE(formats::analisaCSV("a,b,c\n1,\"x, \"\"y\"\"\",\n\n\"linha\nquebrada\",2,3\r\n", t));
+  EXPECT_EQ(t.colunas, (std::vector<std::string>{"a", "b", "c"}));
+  ASSERT_EQ(t.linhas.size(), 2u);
+  EXPECT_EQ(t.linhas[0], (std::vector<std::string>{"1", "x, \"y\"", ""}));
+  EXPECT_EQ(t.linhas[1], (std::vector<std::string>{"linha\nquebrada", "2", "3"}));
+  EXPECT_EQ(t.coluna("c"), 2);
+  EXPECT_EQ(t.coluna("d"), -1);
+  EXPECT_EQ(formats::campoCSV(t.linhas[0][1]), "\"x, \"\"y\"\"\"");
+  for (const char* ruim : {"a,b\n1\n", "a,b\n\"1,2\n", ""}) EXPECT_FALSE(formats::analisaCSV(ruim, t)) << ruim;
+}
+
+// ------------------------------------------------------------------- plots
+
+TEST(Graficos, MediasDeMMAPorConfiguracaoETipo) {
+  std::string texto = "sequence,kind,pair,detector,descriptor,matcher,status";
+  for (int t = 1; t <= 10; ++t) texto += ",mma@" + std::to_string(t);
+  texto += "\n";
+  auto linha = [&](const char* seq, const char* tipo, const char* status, const char* mma1) {
+    texto += std::string(seq) + "," + tipo + ",1-2,sift,sift,nn," + status + "," + mma1;
+    for (int t = 2; t <= 10; ++t) texto += ",1";
+    texto += "\n";
+  };
+  linha("i_a", "illumination", "ok", "0.2");
+  linha("v_b", "viewpoint", "ok", "0.6");
+  linha("v_c", "viewpoint", "ok", "NA");   // undefined: not averaged
+  linha("v_d", "viewpoint", "Erro: x", "0");  // failed: not averaged
+  formats::TabelaCSV t;
+  ASSERT_TRUE(formats::analisaCSV(texto, t));
+  const plots::Figura f = plots::figuraMMA(t);
+  ASSERT_EQ(f.paineis.size(), 3u);
+  const double esperado[] = {0.4, 0.2, 0.6};  // all, illumination, viewpoint
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_EQ(f.paineis[i].series.size(), 1u);
+    const plots::Serie& s = f.paineis[i].series[0];
+    EXPECT_EQ(s.rotulo, "sift/sift/nn");
+    ASSERT_EQ(s.y.size(), 10u);
+    EXPECT_NEAR(s.y[0], esperado[i], 1e-12) << f.paineis[i].titulo;
+    EXPECT_EQ(s.y[9], 1);
+  }
+}
+
+}  // namespace
