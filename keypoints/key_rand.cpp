@@ -99,6 +99,19 @@ size_t foraDaImagem(const std::vector<cv::KeyPoint>& keypoints, cv::Size tamanho
 
 }  // namespace keypoints
 
+namespace keypoints {
+
+void leParamRand(tvm::ISTR& opcoes, ParamRand& p) {
+  tvm::seekArg(opcoes, "seed", p.seed);
+  tvm::seekArg(opcoes, "diammin", p.diamMin);
+  tvm::seekArg(opcoes, "diammax", p.diamMax);
+  tvm::seekArg(opcoes, "pertpt", p.pertPt);
+  tvm::seekArg(opcoes, "pertdiam", p.pertDiam);
+  tvm::seekArg(opcoes, "pertdeg", p.pertDeg);
+}
+
+}  // namespace keypoints
+
 void KeyRand(int argc, char** argv) {
   if (argc < 7)
     tvm::falhaUso({"KeyRand a.pgm b.pgm mat33.txt n keyA.xml keyB.xml",
@@ -116,12 +129,7 @@ void KeyRand(int argc, char** argv) {
 
   keypoints::ParamRand p;
   tvm::ISTR opcoes(argc - 7, argv + 7);
-  tvm::seekArg(opcoes, "seed", p.seed);
-  tvm::seekArg(opcoes, "diammin", p.diamMin);
-  tvm::seekArg(opcoes, "diammax", p.diamMax);
-  tvm::seekArg(opcoes, "pertpt", p.pertPt);
-  tvm::seekArg(opcoes, "pertdiam", p.pertDiam);
-  tvm::seekArg(opcoes, "pertdeg", p.pertDeg);
+  keypoints::leParamRand(opcoes, p);
   const std::string resto = opcoes.resto();
   if (!resto.empty()) tvm::erro("Erro: Argumento invalido ", resto);
 

@@ -2,6 +2,8 @@
 // partners in image b under a known 3x3 transform.
 #pragma once
 
+#include "support/argumentos.hpp"
+
 #include <opencv2/core.hpp>
 
 #include <vector>
@@ -16,6 +18,10 @@ struct ParamRand {
   int pertDiam = 0;  // largest change of the partner's diameter
   int pertDeg = 0;   // largest change of the partner's angle, degrees
 };
+
+// KeyRand's option words (seed= diamMin= diamMax= pertPt= pertDiam= pertDeg=),
+// consumed from `opcoes`; options not given keep p's values.
+void leParamRand(tvm::ISTR& opcoes, ParamRand& p);
 
 // Consecutive rejected drawings after which the generator gives up: the
 // diameters cannot fit in the frame, or the transform maps everything out.

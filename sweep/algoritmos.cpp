@@ -97,12 +97,7 @@ Detector criaDetector(const std::string& nome, tvm::ISTR& op) {
     d.aleatorio = true;
     d.escreve = Convencao::antiHorario;
     tvm::seekArg(op, "n", d.nRand);
-    tvm::seekArg(op, "seed", d.rand.seed);
-    tvm::seekArg(op, "diammin", d.rand.diamMin);
-    tvm::seekArg(op, "diammax", d.rand.diamMax);
-    tvm::seekArg(op, "pertpt", d.rand.pertPt);
-    tvm::seekArg(op, "pertdiam", d.rand.pertDiam);
-    tvm::seekArg(op, "pertdeg", d.rand.pertDeg);
+    keypoints::leParamRand(op, d.rand);
     if (d.nRand < 1 || d.nRand > keypoints::kMaxPares) tvm::erro("Erro: rand.n fora do intervalo");
     if (d.rand.diamMax <= d.rand.diamMin) tvm::erro("Erro: diamMax deve ser maior que diamMin");
   } else {
