@@ -56,9 +56,12 @@ const Layout kLayouts[] = {
 
 const char* nomeTipo(Tipo t) {
   switch (t) {
-    case Tipo::iluminacao: return "illumination";
-    case Tipo::pontoDeVista: return "viewpoint";
-    default: return "";
+    case Tipo::iluminacao:
+      return "illumination";
+    case Tipo::pontoDeVista:
+      return "viewpoint";
+    default:
+      return "";
   }
 }
 
@@ -109,7 +112,8 @@ std::vector<Sequencia> leDataset(const std::string& pasta, const std::vector<std
     if (it == todas.end()) tvm::erro("Erro: sequencia ", nome, " nao encontrada em " + pasta);
     escolhidas.push_back(*it);
   }
-  std::sort(escolhidas.begin(), escolhidas.end(), [](const Sequencia& a, const Sequencia& b) { return a.nome < b.nome; });
+  std::sort(escolhidas.begin(), escolhidas.end(),
+            [](const Sequencia& a, const Sequencia& b) { return a.nome < b.nome; });
   escolhidas.erase(std::unique(escolhidas.begin(), escolhidas.end(),
                                [](const Sequencia& a, const Sequencia& b) { return a.nome == b.nome; }),
                    escolhidas.end());

@@ -27,10 +27,10 @@
 namespace datasets {
 
 struct ParamSint {
-  int vistas = 6;        // images in the sequence, 2..100
-  double rotacao = 0;    // degrees at the last view
-  double escala = 1;     // zoom at the last view, > 0
-  double vista = 0;      // tilt at the last view, degrees, |vista| < 80
+  int vistas = 6;      // images in the sequence, 2..100
+  double rotacao = 0;  // degrees at the last view
+  double escala = 1;   // zoom at the last view, > 0
+  double vista = 0;    // tilt at the last view, degrees, |vista| < 80
   double brilho = 0;
   double contraste = 1;  // > 0
   double gama = 1;       // > 0

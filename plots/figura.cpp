@@ -15,7 +15,7 @@ namespace {
 
 // Colour-blind-safe qualitative palette (Tableau 10); index 0 of PLplot's
 // map is the background, 1 the axes.
-const int kPaleta[][3] = {{31, 119, 180}, {255, 127, 14}, {44, 160, 44},  {214, 39, 40},  {148, 103, 189},
+const int kPaleta[][3] = {{31, 119, 180}, {255, 127, 14},  {44, 160, 44},   {214, 39, 40},  {148, 103, 189},
                           {140, 86, 75},  {227, 119, 194}, {127, 127, 127}, {188, 189, 34}, {23, 190, 207}};
 constexpr int kCores = sizeof(kPaleta) / sizeof(kPaleta[0]);
 constexpr int kLargura = 560, kAltura = 420, kLegenda = 260;  // pixels per panel, and for the legend
@@ -94,10 +94,10 @@ void desenhaEm(const Figura& f, const char* dispositivo, const std::string& arqu
     PLFLT w = 0, h = 0;
     plvpor(fimPaineis, 1, 0.14, 0.84);
     plwind(0, 1, 0, 1);
-    pllegend(&w, &h, PL_LEGEND_BACKGROUND | PL_LEGEND_BOUNDING_BOX, PL_POSITION_LEFT | PL_POSITION_TOP | PL_POSITION_INSIDE,
-             0.02, 0.0, 0.12, 0, 1, 1, 0, 0, m, opcoes.data(), 0.8, 0.8, 1.6, 0.0, coresTexto.data(), textos.data(),
-             nullptr, nullptr, nullptr, nullptr, cores.data(), estilos.data(), larguras.data(), nullptr, nullptr,
-             nullptr, nullptr);
+    pllegend(&w, &h, PL_LEGEND_BACKGROUND | PL_LEGEND_BOUNDING_BOX,
+             PL_POSITION_LEFT | PL_POSITION_TOP | PL_POSITION_INSIDE, 0.02, 0.0, 0.12, 0, 1, 1, 0, 0, m, opcoes.data(),
+             0.8, 0.8, 1.6, 0.0, coresTexto.data(), textos.data(), nullptr, nullptr, nullptr, nullptr, cores.data(),
+             estilos.data(), larguras.data(), nullptr, nullptr, nullptr, nullptr);
   }
   plend1();
   plsstrm(antigo);

@@ -11,8 +11,8 @@
 namespace plots {
 
 struct Serie {
-  std::string rotulo;          // legend text; series with equal labels share a colour
-  std::vector<double> x, y;    // finite points, drawn in order
+  std::string rotulo;        // legend text; series with equal labels share a colour
+  std::vector<double> x, y;  // finite points, drawn in order
 };
 
 struct Painel {

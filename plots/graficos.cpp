@@ -107,8 +107,8 @@ Figura figuraMMA(const formats::TabelaCSV& t) {
 }
 
 std::vector<std::pair<std::string, Figura>> figurasSequencias(const formats::TabelaCSV& t) {
-  const Colunas c(t, {"sequence", "pair", "status", "detector", "descriptor", "matcher", "repeatability",
-                      "matching_score"});
+  const Colunas c(
+      t, {"sequence", "pair", "status", "detector", "descriptor", "matcher", "repeatability", "matching_score"});
   std::vector<std::string> sequencias;
   for (const auto& l : t.linhas) acrescentaUnico(sequencias, l[c["sequence"]]);
   std::vector<std::pair<std::string, Figura>> r;

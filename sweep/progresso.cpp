@@ -22,7 +22,9 @@ std::string duracao(double s) {
 }  // namespace
 
 Progresso::Progresso(int unidades, int sequencias)
-    : total_(unidades), sequencias_(sequencias), terminal_(isatty(STDERR_FILENO) == 1),
+    : total_(unidades),
+      sequencias_(sequencias),
+      terminal_(isatty(STDERR_FILENO) == 1),
       inicio_(std::chrono::steady_clock::now()) {}
 
 std::string Progresso::estimativa() const {

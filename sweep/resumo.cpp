@@ -38,7 +38,8 @@ std::string tabelaResumo(const std::string& resultadosCsv) {
     tvm::erro("Erro: colunas de resultados ausentes em ", resultadosCsv);
   int colunas[kNumMedidas];
   for (int i = 0; i < kNumMedidas; ++i)
-    if ((colunas[i] = t.coluna(kMedidas[i])) < 0) tvm::erro("Erro: coluna ", kMedidas[i], " ausente em " + resultadosCsv);
+    if ((colunas[i] = t.coluna(kMedidas[i])) < 0)
+      tvm::erro("Erro: coluna ", kMedidas[i], " ausente em " + resultadosCsv);
 
   // Configurations in order of first appearance; "all" first, then each kind.
   std::vector<std::string> ordem;
@@ -68,9 +69,8 @@ std::string tabelaResumo(const std::string& resultadosCsv) {
   }
   std::string r;
   char linha[1024];
-  std::snprintf(linha, sizeof linha, "%-8s %-10s %-7s %-12s %5s %6s %13s %14s %7s %7s %12s\n", "detector",
-                "descriptor", "matcher", "kind", "pairs", "failed", "repeatability", "matching_score", "mma@3", "ap",
-                "homography@3");
+  std::snprintf(linha, sizeof linha, "%-8s %-10s %-7s %-12s %5s %6s %13s %14s %7s %7s %12s\n", "detector", "descriptor",
+                "matcher", "kind", "pairs", "failed", "repeatability", "matching_score", "mma@3", "ap", "homography@3");
   r += linha;
   for (const std::string& k : ordem) {
     const Media& m = medias[k];

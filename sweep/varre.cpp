@@ -8,12 +8,11 @@
 #include "support/imagem.hpp"
 #include "sweep/progresso.hpp"
 
-
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <new>
-#include <algorithm>
 #include <optional>
 #include <sstream>
 
@@ -31,9 +30,7 @@ namespace {
 
 using Relogio = std::chrono::steady_clock;
 
-double segundosDesde(Relogio::time_point t0) {
-  return std::chrono::duration<double>(Relogio::now() - t0).count();
-}
+double segundosDesde(Relogio::time_point t0) { return std::chrono::duration<double>(Relogio::now() - t0).count(); }
 
 std::string numero(const char* formato, double v) {
   char s[64];
@@ -66,7 +63,6 @@ std::string assinatura(const std::string& texto) {
   std::snprintf(s, sizeof s, "%016llx", h);
   return s;
 }
-
 
 bool leTexto(const std::string& arquivo, std::string& texto) {
   std::ifstream f{arquivo, std::ios::binary};
@@ -128,7 +124,9 @@ std::vector<T> filtra(const std::vector<T>& v, const std::vector<bool>& manter) 
 // (b not null), dropping what cannot be described (both partners of a pair).
 void descreve(const Descritor& d, const Imagem& ia, Descricao& a, const Imagem* ib, Descricao* b) {
   const auto t0 = Relogio::now();
-  auto tenta = [&](const Imagem& im, Descricao& x) { return capturaFalha([&] { d.calcula(im.pixels, x.keypoints, x.linhas); }); };
+  auto tenta = [&](const Imagem& im, Descricao& x) {
+    return capturaFalha([&] { d.calcula(im.pixels, x.keypoints, x.linhas); });
+  };
   const std::vector<cv::KeyPoint> ka = a.keypoints;
   const std::vector<cv::KeyPoint> kb = b ? b->keypoints : std::vector<cv::KeyPoint>();
   std::string fa = tenta(ia, a), fb = b ? tenta(*ib, *b) : "";
@@ -165,13 +163,15 @@ std::string chave(const datasets::Sequencia& s, int k, const Detector& det, cons
   return formats::campoCSV(s.nome) + ",1-" + std::to_string(k) + "," + det.nome + "," + des.nome + "," + cas.nome;
 }
 
-void linhaFalha(Saidas& o, const datasets::Sequencia& s, int k, const Detector& det,
-                const Descritor& des, const Casador& cas, const std::string& falha) {
+void linhaFalha(Saidas& o, const datasets::Sequencia& s, int k, const Detector& det, const Descritor& des,
+                const Casador& cas, const std::string& falha) {
   const std::string c = chave(s, k, det, des, cas);
   const size_t virgula = c.find(',');
-  std::string linha = c.substr(0, virgula) + "," + datasets::nomeTipo(s.tipo) + c.substr(virgula) + "," +
-                      formats::campoCSV(falha);
-  for (int i = 0; i < 28; ++i) linha += ",NA";
+  std::string linha =
+      c.substr(0, virgula) + "," + datasets::nomeTipo(s.tipo) + c.substr(virgula) + "," + formats::campoCSV(falha);
+  // Every column after status holds NA.
+  const std::string cabecalho = kCabecalho;
+  for (auto i = std::count(cabecalho.begin(), cabecalho.end(), ','); i > 6; --i) linha += ",NA";
   o.linhas += linha + "\n";
   o.tempos += c + ",NA,NA,NA,NA\n";
   o.falhou = true;
@@ -222,9 +222,8 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const 
     oc.ransac = p.medidas.ransac;
     if (p.medidas.dist > 0) oc.dist = p.medidas.dist;
     measures::MedidasCasamento m;
-    falha = capturaFalha([&] {
-      m = measures::medeCasamentos(a.keypoints, b.keypoints, m1, m2, g.H, g.Hinv, ia.size(), ib.size(), oc);
-    });
+    falha = capturaFalha(
+        [&] { m = measures::medeCasamentos(a.keypoints, b.keypoints, m1, m2, g.H, g.Hinv, ia.size(), ib.size(), oc); });
     if (!falha.empty()) {
       linhaFalha(o, s, k, det, des, cas, falha);
       continue;
@@ -259,9 +258,12 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const 
 template <typename F>
 void paraCada(int n, const F& f) {
   if (n <= 0) return;
-  cv::parallel_for_(cv::Range(0, n), [&](const cv::Range& r) {
-    for (int i = r.start; i < r.end; ++i) f(i);
-  }, n);
+  cv::parallel_for_(
+      cv::Range(0, n),
+      [&](const cv::Range& r) {
+        for (int i = r.start; i < r.end; ++i) f(i);
+      },
+      n);
 }
 
 // What one sequence holds in memory while its units run: its images,
@@ -344,8 +346,8 @@ class Sequencia {
       }
       const Repeticao& rep = det.aleatorio ? repeticoesRand_[k] : repeticoes_[k];
       const bool comCurva = s_.nome == p_.curvaSequencia && k + 1 == p_.curvaVista;
-      mede(partes[k], p_, s_, k + 1, det, des, a[k], b[k], imagens_[0].pixels, imagens_[k].pixels, geometrias_[k],
-           rep, comCurva);
+      mede(partes[k], p_, s_, k + 1, det, des, a[k], b[k], imagens_[0].pixels, imagens_[k].pixels, geometrias_[k], rep,
+           comCurva);
     });
     Saidas o;
     for (const Saidas& parte : partes) {
@@ -389,8 +391,8 @@ class Sequencia {
     repeticoes_.assign(n, Repeticao());
     paraCada(n, [&](int k) {
       if (k > 0 && deteccoes_[0].falha.empty() && deteccoes_[k].falha.empty() && geometrias_[k].falha.empty())
-        repeticoes_[k] = repeticao(p_, deteccoes_[0], deteccoes_[k], imagens_[0].pixels, imagens_[k].pixels,
-                                   geometrias_[k]);
+        repeticoes_[k] =
+            repeticao(p_, deteccoes_[0], deteccoes_[k], imagens_[0].pixels, imagens_[k].pixels, geometrias_[k]);
     });
   }
 
@@ -436,8 +438,8 @@ std::vector<Unidade> unidades(const Plano& p) {
 
 std::string arquivoUnidade(const Plano& p, const Unidade& u) {
   const datasets::Sequencia& s = p.sequencias[u.sequencia];
-  std::string opcoes = "det " + p.opcoesDetectores[u.detector] + "|des " + p.opcoesDescritores[u.descritor] +
-                       "|mat " + p.opcoesCasadores + "|med " + numero("%.17g", p.medidas.erro) + " " +
+  std::string opcoes = "det " + p.opcoesDetectores[u.detector] + "|des " + p.opcoesDescritores[u.descritor] + "|mat " +
+                       p.opcoesCasadores + "|med " + numero("%.17g", p.medidas.erro) + " " +
                        (p.medidas.comum == measures::ParteComum::ambas ? "ambas" : "opencv") + " " +
                        numero("%.17g", p.medidas.px) + " " + numero("%.17g", p.medidas.ransac) + " " +
                        numero("%.17g", p.medidas.dist);

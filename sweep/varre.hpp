@@ -59,7 +59,7 @@ struct Plano {
   std::vector<std::string> opcoesDetectores, opcoesDescritores;
   std::string opcoesCasadores;
   OpcoesMedidas medidas;
-  int threads = 0;  // 0: OpenCV's choice
+  int threads = 0;             // 0: OpenCV's choice
   std::string curvaSequencia;  // pair 1-curvaVista of this sequence gets curves
   int curvaVista = 2;
   bool graficos = true;

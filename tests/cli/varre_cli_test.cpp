@@ -37,8 +37,9 @@ int unidadesProntas(const std::string& pasta) {
   int n = 0;
   while (dirent* e = readdir(d)) {
     const std::string nome = e->d_name;
-    n += nome.size() > 4 && nome.compare(nome.size() - 4, 4, ".csv") == 0 && nome.find(".tempos.") == std::string::npos &&
-         nome.find(".curvas.") == std::string::npos && nome.find(".tmp") == std::string::npos && nome[0] != '.';
+    n += nome.size() > 4 && nome.compare(nome.size() - 4, 4, ".csv") == 0 &&
+         nome.find(".tempos.") == std::string::npos && nome.find(".curvas.") == std::string::npos &&
+         nome.find(".tmp") == std::string::npos && nome[0] != '.';
   }
   closedir(d);
   return n;
@@ -87,7 +88,8 @@ TEST(Varre, MortaERetomadaDaAMesmaTabela) {
   for (const char* t : {"/resultados.csv", "/curvas.csv"})
     EXPECT_EQ(teste::leTexto(p / "a" + t), teste::leTexto(p / "b" + t)) << t;
   // The summary comes from the table, so it is the same too.
-  EXPECT_EQ(semTempo(a).substr(0, semTempo(a).find("Resultados:")), semTempo(b).substr(0, semTempo(b).find("Resultados:")));
+  EXPECT_EQ(semTempo(a).substr(0, semTempo(a).find("Resultados:")),
+            semTempo(b).substr(0, semTempo(b).find("Resultados:")));
 
   const formats::TabelaCSV t = tabela(p / "a/resultados.csv");
   // 2 sequences x 3 pairs x 2 detectors x 3 descriptors x 2 matchers.
@@ -115,7 +117,8 @@ TEST(Varre, ImagemETransformacaoRuinsViramLinhas) {
   ASSERT_EQ(std::remove((p / "ds/seq/H1to4p").c_str()), 0);
   const teste::Execucao e = teste::roda({"Varre", "ds", "o", "det=fast", "des=rihog", "mat=nn"}, p.caminho());
   EXPECT_EQ(e.status, 1);
-  EXPECT_EQ(e.err.substr(e.err.rfind("Erro:")), "Erro: 1 de 1 unidades falharam; ver a coluna status de o/resultados.csv\n");
+  EXPECT_EQ(e.err.substr(e.err.rfind("Erro:")),
+            "Erro: 1 de 1 unidades falharam; ver a coluna status de o/resultados.csv\n");
   const formats::TabelaCSV t = tabela(p / "o/resultados.csv");
   ASSERT_EQ(t.linhas.size(), 3u);
   EXPECT_EQ(campo(t, 0, "status"), "ok");
@@ -145,10 +148,9 @@ TEST(Varre, AngulosNaConvencaoDeCadaDescritorEManchasPlanas) {
   teste::salva(img, p / "plana.png");
   teste::rodaBem({"SeqSint", "textura.png", "ds/v_giro", "n=2", "rotacao=60"}, p.caminho());
   teste::rodaBem({"SeqSint", "plana.png", "ds/v_plana", "n=2", "rotacao=60"}, p.caminho());
-  const teste::Execucao e = teste::roda(
-      {"Varre", "ds", "o", "det=rand", "des=sift,simple", "mat=nn", "rand.n=150", "rand.diammin=24", "rand.diammax=30",
-       "graficos=0"},
-      p.caminho());
+  const teste::Execucao e = teste::roda({"Varre", "ds", "o", "det=rand", "des=sift,simple", "mat=nn", "rand.n=150",
+                                         "rand.diammin=24", "rand.diammax=30", "graficos=0"},
+                                        p.caminho());
   ASSERT_EQ(e.status, 0) << e.err;
   const formats::TabelaCSV t = tabela(p / "o/resultados.csv");
   ASSERT_EQ(t.linhas.size(), 4u);
@@ -174,8 +176,8 @@ TEST(Varre, AngulosNaConvencaoDeCadaDescritorEManchasPlanas) {
 TEST(Graficos, PngESvgComEixosELegenda) {
   teste::PastaTemp p;
   criaDataset(p, 3);
-  ASSERT_EQ(teste::roda({"Varre", "ds", "o", "det=fast", "des=rihog", "mat=nn,mutuo", "graficos=0"}, p.caminho()).status,
-            0);
+  ASSERT_EQ(
+      teste::roda({"Varre", "ds", "o", "det=fast", "des=rihog", "mat=nn,mutuo", "graficos=0"}, p.caminho()).status, 0);
   const std::string out = teste::rodaBem({"Graficos", "o/resultados.csv", "g", "curvas=o/curvas.csv"}, p.caminho());
   EXPECT_EQ(out, "Graficos: g\n");
   for (const char* f : {"mma", "seq-i_luz", "seq-v_giro", "curva-i_luz-1-2"}) {
@@ -197,9 +199,13 @@ const CasoErro kErros[] = {
     {"DetectorDesconhecido", {"Varre", "ds", "o", "det=harris"}, "Erro: detector desconhecido harris\n"},
     {"DescritorDesconhecido", {"Varre", "ds", "o", "des=orb"}, "Erro: descritor desconhecido orb\n"},
     {"CasamentoDesconhecido", {"Varre", "ds", "o", "mat=knn"}, "Erro: casamento desconhecido knn\n"},
-    {"OpcaoDesconhecida", {"Varre", "ds", "o", "des=rihog", "rihog.largura=3"}, "Erro: Argumento invalido rihog.largura 3\n"},
+    {"OpcaoDesconhecida",
+     {"Varre", "ds", "o", "des=rihog", "rihog.largura=3"},
+     "Erro: Argumento invalido rihog.largura 3\n"},
     {"OpcaoForaDaVarredura", {"Varre", "ds", "o", "rihog.raio=30"}, "Erro: Argumento invalido rihog.raio=30\n"},
-    {"OpcaoDoDescritorInvalida", {"Varre", "ds", "o", "des=simple", "simple.dgauss=4"}, "Erro: dGauss deve ser impar\n"},
+    {"OpcaoDoDescritorInvalida",
+     {"Varre", "ds", "o", "des=simple", "simple.dgauss=4"},
+     "Erro: dGauss deve ser impar\n"},
     {"PalavraSolta", {"Varre", "ds", "o", "rapido"}, "Erro: Argumento invalido rapido\n"},
     {"NomeRepetido", {"Varre", "ds", "o", "det=sift,sift"}, "Erro: nome repetido na lista sift\n"},
     {"DistForaDoIntervalo", {"Varre", "ds", "o", "dist=0"}, "Erro: dist fora do intervalo\n"},

@@ -24,7 +24,7 @@ namespace {
 
 struct CasoLayout {
   std::string nome;
-  std::string pasta;                 // the sequence folder's name
+  std::string pasta;  // the sequence folder's name
   std::vector<std::string> arquivos;
   int vistas;
   datasets::Tipo tipo;
@@ -32,16 +32,36 @@ struct CasoLayout {
 };
 
 const CasoLayout kLayouts[] = {
-    {"Oxford", "graf", {"img1.ppm", "img2.ppm", "img3.pgm", "H1to2p", "H1to3p"}, 3, datasets::Tipo::nenhum,
-     {true, true, true}, {false, true, true}},
+    {"Oxford",
+     "graf",
+     {"img1.ppm", "img2.ppm", "img3.pgm", "H1to2p", "H1to3p"},
+     3,
+     datasets::Tipo::nenhum,
+     {true, true, true},
+     {false, true, true}},
     {"HPatches", "v_boat", {"1.ppm", "2.ppm", "H_1_2"}, 2, datasets::Tipo::pontoDeVista, {true, true}, {false, true}},
-    {"HPatchesLuz", "i_ajuntament", {"1.png", "2.png", "3.png", "H_1_2", "H_1_3"}, 3, datasets::Tipo::iluminacao,
-     {true, true, true}, {false, true, true}},
+    {"HPatchesLuz",
+     "i_ajuntament",
+     {"1.png", "2.png", "3.png", "H_1_2", "H_1_3"},
+     3,
+     datasets::Tipo::iluminacao,
+     {true, true, true},
+     {false, true, true}},
     // A view whose image is gone still counts, so its pair is reported.
-    {"ImagemFaltando", "wall", {"img1.png", "img2.png", "H1to2p", "H1to3p"}, 3, datasets::Tipo::nenhum,
-     {true, true, false}, {false, true, true}},
-    {"TransformacaoFaltando", "bark", {"img1.jpg", "img2.jpg", "img3.jpeg", "H1to2p"}, 3, datasets::Tipo::nenhum,
-     {true, true, true}, {false, true, false}},
+    {"ImagemFaltando",
+     "wall",
+     {"img1.png", "img2.png", "H1to2p", "H1to3p"},
+     3,
+     datasets::Tipo::nenhum,
+     {true, true, false},
+     {false, true, true}},
+    {"TransformacaoFaltando",
+     "bark",
+     {"img1.jpg", "img2.jpg", "img3.jpeg", "H1to2p"},
+     3,
+     datasets::Tipo::nenhum,
+     {true, true, true},
+     {false, true, false}},
 };
 
 class Layout : public testing::TestWithParam<CasoLayout> {};
@@ -192,12 +212,9 @@ TEST(Angulos, EspelhaSoEntreConvencoesOrientadasDiferentes) {
     float entrada, saida;
   };
   const Caso casos[] = {
-      {Convencao::antiHorario, Convencao::horario, 30, 330},
-      {Convencao::antiHorario, Convencao::horario, -90, 90},
-      {Convencao::horario, Convencao::antiHorario, 0, 0},
-      {Convencao::horario, Convencao::antiHorario, 270, 90},
-      {Convencao::antiHorario, Convencao::antiHorario, -90, -90},
-      {Convencao::nenhuma, Convencao::horario, -1, -1},
+      {Convencao::antiHorario, Convencao::horario, 30, 330},      {Convencao::antiHorario, Convencao::horario, -90, 90},
+      {Convencao::horario, Convencao::antiHorario, 0, 0},         {Convencao::horario, Convencao::antiHorario, 270, 90},
+      {Convencao::antiHorario, Convencao::antiHorario, -90, -90}, {Convencao::nenhuma, Convencao::horario, -1, -1},
       {Convencao::horario, Convencao::nenhuma, 45, 45},
   };
   for (const Caso& c : casos) {
@@ -235,7 +252,7 @@ TEST(Graficos, MediasDeMMAPorConfiguracaoETipo) {
   };
   linha("i_a", "illumination", "ok", "0.2");
   linha("v_b", "viewpoint", "ok", "0.6");
-  linha("v_c", "viewpoint", "ok", "NA");   // undefined: not averaged
+  linha("v_c", "viewpoint", "ok", "NA");      // undefined: not averaged
   linha("v_d", "viewpoint", "Erro: x", "0");  // failed: not averaged
   formats::TabelaCSV t;
   ASSERT_TRUE(formats::analisaCSV(texto, t));
