@@ -5,6 +5,7 @@
 #include "support/erro.hpp"
 #include "support/numeros.hpp"
 
+#include <algorithm>
 #include <cstdio>
 #include <map>
 
@@ -67,6 +68,15 @@ std::string tabelaResumo(const std::string& resultadosCsv) {
       }
     }
   }
+  // Each configuration's rows together: overall first, then its kinds.
+  auto configuracao = [](const std::string& k) { return k.substr(0, k.find('\t')); };
+  std::vector<std::string> configs;
+  for (const std::string& k : ordem)
+    if (std::find(configs.begin(), configs.end(), configuracao(k)) == configs.end()) configs.push_back(configuracao(k));
+  std::stable_sort(ordem.begin(), ordem.end(), [&](const std::string& a, const std::string& b) {
+    return std::find(configs.begin(), configs.end(), configuracao(a)) <
+           std::find(configs.begin(), configs.end(), configuracao(b));
+  });
   std::string r;
   char linha[1024];
   std::snprintf(linha, sizeof linha, "%-8s %-10s %-7s %-12s %5s %6s %13s %14s %7s %7s %12s\n", "detector", "descriptor",

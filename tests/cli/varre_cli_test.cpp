@@ -66,6 +66,12 @@ TEST(Varre, MortaERetomadaDaAMesmaTabela) {
   const teste::Execucao a = teste::roda(varre("a"), p.caminho());
   ASSERT_EQ(a.status, 0) << a.err;
   EXPECT_NE(a.out.find("Resultados: a/resultados.csv (12 unidades, 12 calculadas agora)\n"), std::string::npos);
+  // The summary splits each configuration by kind, overall first.
+  const size_t todas = a.out.find("fast     sift       nn      all              6      0"),
+               luz = a.out.find("fast     sift       nn      illumination     3      0"),
+               vista = a.out.find("fast     sift       nn      viewpoint        3      0"),
+               proxima = a.out.find("fast     sift       ratio   all");
+  EXPECT_TRUE(todas < luz && luz < vista && vista < proxima && proxima != std::string::npos) << a.out;
   // One line per finished sequence when stderr is not a terminal.
   EXPECT_NE(a.err.find("Varre: sequencia i_luz pronta (1/2)"), std::string::npos) << a.err;
   EXPECT_NE(a.err.find("Varre: sequencia v_giro pronta (2/2)"), std::string::npos) << a.err;
