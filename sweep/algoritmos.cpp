@@ -27,10 +27,17 @@ void semSobras(const tvm::ISTR& opcoes, const std::string& nome) {
   if (!resto.empty()) tvm::erro("Erro: Argumento invalido ", nome + "." + resto);
 }
 
+// The convention in which a single tool writes (escrita) or reads angles.
+keypoints::Convencao convencao(const char* ferramenta, bool escrita) {
+  keypoints::Convencao c = keypoints::Convencao::nenhuma;
+  keypoints::achaConvencao(ferramenta, escrita, c);
+  return c;
+}
+
 // A descriptor class with the const compute(image, keypoints, rows) every
 // own descriptor has, shared so that one instance serves every image.
 template <typename Classe>
-Descritor proprio(const std::string& nome, Convencao le, std::shared_ptr<const Classe> d) {
+Descritor proprio(const std::string& nome, keypoints::Convencao le, std::shared_ptr<const Classe> d) {
   return {nome, le, [d](const cv::Mat_<uchar>& img, std::vector<cv::KeyPoint>& k, cv::Mat& linhas) {
             d->compute(img, k, linhas);
           }};
@@ -60,7 +67,7 @@ Detector criaDetector(const std::string& nome, tvm::ISTR& op) {
     tvm::seekArg(op, "camadas", camadas);
     if (nfeatures < 0) tvm::erro("Erro: sift.nfeatures fora do intervalo");
     if (camadas < 1 || camadas > 100) tvm::erro("Erro: numero de camadas invalido ", std::to_string(camadas));
-    d.escreve = Convencao::horario;
+    d.escreve = convencao("KeySift", true);
     d.detecta = [=](const cv::Mat_<uchar>& img) { return keypoints::detectaSift(img, nfeatures, camadas); };
     // KeySift then DesSift build the same scale space twice; detecting and
     // describing in one pass gives the same keypoints and rows, once, as
@@ -76,7 +83,7 @@ Detector criaDetector(const std::string& nome, tvm::ISTR& op) {
     std::optional<double> t;
     if (tvm::seekArg(op, "limiar", limiar)) t = limiar;
     const features::SURF surf = keypoints::surfDoKeySurf(t);
-    d.escreve = Convencao::horario;
+    d.escreve = convencao("KeySurf", true);
     d.detecta = [=](const cv::Mat_<uchar>& img) {
       std::vector<cv::KeyPoint> k;
       surf.detect(img, k);
@@ -85,9 +92,11 @@ Detector criaDetector(const std::string& nome, tvm::ISTR& op) {
   } else if (nome == "fast") {
     int limiar = 10;
     tvm::seekArg(op, "limiar", limiar);
+    d.escreve = convencao("KeyFast", true);
     d.detecta = [=](const cv::Mat_<uchar>& img) { return keypoints::detectaFast(img, limiar); };
   } else if (nome == "star") {
     const features::StarDetector star = keypoints::starDoKeyStar();
+    d.escreve = convencao("KeyStar", true);
     d.detecta = [=](const cv::Mat_<uchar>& img) {
       std::vector<cv::KeyPoint> k;
       star.detect(img, k);
@@ -95,7 +104,7 @@ Detector criaDetector(const std::string& nome, tvm::ISTR& op) {
     };
   } else if (nome == "rand") {
     d.aleatorio = true;
-    d.escreve = Convencao::antiHorario;
+    d.escreve = convencao("KeyRand", true);
     tvm::seekArg(op, "n", d.nRand);
     keypoints::leParamRand(op, d.rand);
     if (d.nRand < 1 || d.nRand > keypoints::kMaxPares) tvm::erro("Erro: rand.n fora do intervalo");
@@ -111,12 +120,12 @@ Descritor criaDescritor(const std::string& nome, tvm::ISTR& op) {
   Descritor d;
   if (nome == "sift") {
     // One instance per call: several images are described at once.
-    d = {nome, Convencao::horario, [](const cv::Mat_<uchar>& img, std::vector<cv::KeyPoint>& k, cv::Mat& linhas) {
+    d = {nome, convencao("DesSift", false), [](const cv::Mat_<uchar>& img, std::vector<cv::KeyPoint>& k, cv::Mat& linhas) {
            cv::SIFT::create(0, 3, 0.04, 10.0, 1.6)->compute(img, k, linhas);
          }};
   } else if (nome == "surf") {
     const features::SURF surf;
-    d = {nome, Convencao::nenhuma, [surf](const cv::Mat_<uchar>& img, std::vector<cv::KeyPoint>& k, cv::Mat& linhas) {
+    d = {nome, convencao("DesSurf", false), [surf](const cv::Mat_<uchar>& img, std::vector<cv::KeyPoint>& k, cv::Mat& linhas) {
            surf.compute(img, k, linhas);
          }};
   } else if (nome == "simple") {
@@ -126,12 +135,12 @@ Descritor criaDescritor(const std::string& nome, tvm::ISTR& op) {
     tvm::seekArg(op, "dgauss", dgauss);
     tvm::seekArg(op, "modo", modo);
     if (modo.empty() || (modo[0] != 'c' && modo[0] != 'i')) tvm::erro("Erro: modo invalido");
-    d = proprio(nome, Convencao::antiHorario, std::make_shared<const SIMPLE>(modo[0], camadas, dgauss));
+    d = proprio(nome, convencao("DesSimp", false), std::make_shared<const SIMPLE>(modo[0], camadas, dgauss));
   } else if (nome == "riff") {
     int naneis = 4, larguraAnel = 10;
     tvm::seekArg(op, "naneis", naneis);
     tvm::seekArg(op, "larguraanel", larguraAnel);
-    d = proprio(nome, Convencao::nenhuma, std::make_shared<const RIFF>(naneis, larguraAnel));
+    d = proprio(nome, convencao("DesRiff", false), std::make_shared<const RIFF>(naneis, larguraAnel));
   } else if (nome == "rihog" || nome == "ruhog") {
     int naneis = 5, raio = 40, nbins = 20, ngauss = 37;
     bool bcinv = true;
@@ -141,9 +150,9 @@ Descritor criaDescritor(const std::string& nome, tvm::ISTR& op) {
     tvm::seekArg(op, "ngauss", ngauss);
     tvm::seekArg(op, "bcinv", bcinv);
     if (nome == "rihog")
-      d = proprio(nome, Convencao::nenhuma, std::make_shared<const RIHOG>(naneis, raio, nbins, ngauss, bcinv));
+      d = proprio(nome, convencao("DesRihog", false), std::make_shared<const RIHOG>(naneis, raio, nbins, ngauss, bcinv));
     else
-      d = proprio(nome, Convencao::nenhuma, std::make_shared<const RUHOG>(naneis, raio, nbins, ngauss, bcinv));
+      d = proprio(nome, convencao("DesRUHOG", false), std::make_shared<const RUHOG>(naneis, raio, nbins, ngauss, bcinv));
   } else if (nome == "forapro") {
     int nrad = 4, ncir = 4, raio = 40;
     bool radang = true, radmag = true, cirvet = true;
@@ -153,7 +162,8 @@ Descritor criaDescritor(const std::string& nome, tvm::ISTR& op) {
     tvm::seekArg(op, "radang", radang);
     tvm::seekArg(op, "radmag", radmag);
     tvm::seekArg(op, "cirvet", cirvet);
-    d = proprio(nome, Convencao::nenhuma, std::make_shared<const Forapro>(nrad, ncir, raio, radang, radmag, cirvet));
+    d = proprio(nome, convencao("DesForapro", false),
+                std::make_shared<const Forapro>(nrad, ncir, raio, radang, radmag, cirvet));
   } else {
     tvm::erro("Erro: descritor desconhecido ", nome);
   }

@@ -15,13 +15,14 @@
 //   matchers     nn (brute|flann: MatNN's words), ratio (MatRatio's: ratio=0.8 acrate= ordem= flann),
 //                mutuo (brute|flann: MatMutuo's)
 //
-// Angles: each detector writes keypoint angles in one convention and each
-// descriptor reads them in one (see sweep/angulos.hpp); the sweep converts
-// between them, which the single tools do not.
+// Angles: each detector writes keypoint angles in the convention of its
+// single tool and each descriptor reads them in its tool's, as
+// keypoints/convencao.hpp says; the sweep converts between them, which the
+// single tools leave to KeyAngulo.
 #pragma once
 
+#include "keypoints/convencao.hpp"
 #include "keypoints/key_rand.hpp"
-#include "sweep/angulos.hpp"
 #include "support/argumentos.hpp"
 
 #include <opencv2/core.hpp>
@@ -34,7 +35,7 @@ namespace sweep {
 
 struct Detector {
   std::string nome;
-  Convencao escreve = Convencao::nenhuma;
+  keypoints::Convencao escreve = keypoints::Convencao::nenhuma;
   // Null for rand, whose keypoints come in pairs per image pair.
   std::function<std::vector<cv::KeyPoint>(const cv::Mat_<uchar>&)> detecta;
   // A detector that also describes in the same pass (SIFT: one scale space
@@ -48,7 +49,7 @@ struct Detector {
 
 struct Descritor {
   std::string nome;
-  Convencao le = Convencao::nenhuma;
+  keypoints::Convencao le = keypoints::Convencao::nenhuma;
   // Computes one row per kept keypoint; may drop keypoints (SURF drops those
   // it cannot place), and stops on a keypoint it cannot describe.
   std::function<void(const cv::Mat_<uchar>&, std::vector<cv::KeyPoint>&, cv::Mat&)> calcula;

@@ -315,8 +315,8 @@ class Sequencia {
       paraCada(n, [&](int k) {
         if (k == 0 || !falhas[k].empty()) return;
         repeticoesRand_[k] = repeticao(p_, a[k], b[k], imagens_[0].pixels, imagens_[k].pixels, geometrias_[k]);
-        converteAngulos(a[k].keypoints, det.escreve, des.le);
-        converteAngulos(b[k].keypoints, det.escreve, des.le);
+        keypoints::converteAngulos(a[k].keypoints, det.escreve, des.le);
+        keypoints::converteAngulos(b[k].keypoints, det.escreve, des.le);
         descreve(des, imagens_[0], a[k], &imagens_[k], &b[k]);
       });
     } else {
@@ -326,7 +326,7 @@ class Sequencia {
       paraCada(n, [&](int k) {
         if (!d[k].falha.empty()) return;
         if (jaDescritas) return;
-        converteAngulos(d[k].keypoints, det.escreve, des.le);
+        keypoints::converteAngulos(d[k].keypoints, det.escreve, des.le);
         descreve(des, imagens_[k], d[k], nullptr, nullptr);
       });
       for (int k = 1; k < n; ++k) {

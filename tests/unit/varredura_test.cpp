@@ -1,10 +1,9 @@
-// Datasets, synthetic sequences, the sweep's angle conversion, CSV reading
+// Datasets, synthetic sequences, CSV reading
 // and the plots' means, in-process.
 #include "datasets/sequencia.hpp"
 #include "datasets/sintetica.hpp"
 #include "formats/csv.hpp"
 #include "plots/graficos.hpp"
-#include "sweep/angulos.hpp"
 #include "tests/common/erros.hpp"
 #include "tests/common/pasta_temp.hpp"
 #include "tests/common/sinteticas.hpp"
@@ -200,27 +199,6 @@ TEST(Sintetica, ParametrosForaDoIntervalo) {
     datasets::ParamSint p;
     muda(p);
     EXPECT_EQ(teste::mensagemDe([&] { p.confere(); }), mensagem);
-  }
-}
-
-// ------------------------------------------------------------------ angles
-
-TEST(Angulos, EspelhaSoEntreConvencoesOrientadasDiferentes) {
-  using sweep::Convencao;
-  struct Caso {
-    Convencao de, para;
-    float entrada, saida;
-  };
-  const Caso casos[] = {
-      {Convencao::antiHorario, Convencao::horario, 30, 330},      {Convencao::antiHorario, Convencao::horario, -90, 90},
-      {Convencao::horario, Convencao::antiHorario, 0, 0},         {Convencao::horario, Convencao::antiHorario, 270, 90},
-      {Convencao::antiHorario, Convencao::antiHorario, -90, -90}, {Convencao::nenhuma, Convencao::horario, -1, -1},
-      {Convencao::horario, Convencao::nenhuma, 45, 45},
-  };
-  for (const Caso& c : casos) {
-    std::vector<cv::KeyPoint> k{cv::KeyPoint(1, 1, 5, c.entrada)};
-    sweep::converteAngulos(k, c.de, c.para);
-    EXPECT_FLOAT_EQ(k[0].angle, c.saida) << c.entrada;
   }
 }
 
