@@ -109,12 +109,15 @@ Plano lePlano(int argc, char** argv) {
     }
   }
   if (dets.empty() || dess.empty() || cass.empty()) tvm::erro("Erro: lista vazia em det=, des= ou mat=");
-  for (const auto& [nome, palavras] : opcoes)
-    if (!contem(dets, nome) && !contem(dess, nome) && !contem(cass, nome))
-      tvm::erro("Erro: Argumento invalido ", nome + "." + palavras.front());
-
   // Detectors get the options of their name; the descriptors sift and surf
-  // take none, so "sift." and "surf." words are the detectors'.
+  // take none, so "sift." and "surf." words are the detectors'. Options of an
+  // algorithm this sweep does not run would be silently lost: refused.
+  for (const auto& [nome, palavras] : opcoes) {
+    const bool descritorComOpcoes = contem(dess, nome) && nome != "sift" && nome != "surf";
+    if (!contem(dets, nome) && !descritorComOpcoes && !contem(cass, nome))
+      tvm::erro("Erro: Argumento invalido ", nome + "." + palavras.front());
+  }
+
   for (const std::string& nome : dets) {
     Palavras w(opcoes[nome]);
     tvm::ISTR in = w.istr();
