@@ -150,16 +150,24 @@ void removeTemporarios() {
 SaidaSegura::SaidaSegura(std::string destino, std::string mensagemAbertura)
     : destino_(std::move(destino)), mensagemAbertura_(std::move(mensagemAbertura)) {
   preparaSinais();
-  if (!segueLinks(destino_, alvo_)) erro(mensagemAbertura_, destino_);
+  // stat follows every link, /proc's too (/dev/stdout leads to a pipe).
   struct stat info {};
-  if (::stat(alvo_.c_str(), &info) == 0) {
-    if (S_ISDIR(info.st_mode)) erro(mensagemAbertura_, destino_);
-    existia_ = true;
-    if (!S_ISREG(info.st_mode)) {
-      direto_ = true;  // opened on the first write: a FIFO waits for its reader then
-      temporario_ = alvo_;
-      return;
-    }
+  existia_ = ::stat(destino_.c_str(), &info) == 0;
+  if (existia_ && S_ISDIR(info.st_mode)) erro(mensagemAbertura_, destino_);
+  if (!segueLinks(destino_, alvo_)) erro(mensagemAbertura_, destino_);
+  struct stat doAlvo {};
+  const bool mesmoArquivo =
+      ::stat(alvo_.c_str(), &doAlvo) == 0 && doAlvo.st_dev == info.st_dev && doAlvo.st_ino == info.st_ino;
+  // Not a regular file, or one no name leads to (a /proc link to an open
+  // file): written where it is, since it cannot be replaced. Opened on the
+  // first write; a FIFO waits for its reader then.
+  if (existia_ && (!S_ISREG(info.st_mode) || !mesmoArquivo)) {
+    direto_ = true;
+    alvo_ = destino_;
+    temporario_ = destino_;
+    return;
+  }
+  if (existia_) {
     modo_ = info.st_mode & 07777;
     dono_ = info.st_uid;
     grupo_ = info.st_gid;
@@ -300,10 +308,10 @@ namespace {
 // The file a name leads to, as a comparable text; empty for a device or a
 // FIFO, which may be named twice.
 std::string identidade(const std::string& nome) {
+  struct stat info {};
+  if (::stat(nome.c_str(), &info) == 0 && !S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode)) return "";
   std::string alvo;
   if (!segueLinks(nome, alvo)) return nome;
-  struct stat info {};
-  if (::stat(alvo.c_str(), &info) == 0 && !S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode)) return "";
   const std::string pasta = pastaDe(alvo);
   char* real = ::realpath(pasta.empty() ? "." : pasta.c_str(), nullptr);
   if (!real) return alvo;

@@ -245,6 +245,14 @@ TEST(Destinos, DevicesAndFifosAreWrittenStraightThrough) {
   ASSERT_TRUE(leitor.espera(60));
   EXPECT_EQ(leitor.fim().out, esperado);
   exigeMesmoEstado(estadoDe(pasta / "fifo"), fifo);
+  // /dev/stdout leads, through /proc, to a pipe here: written, not replaced.
+  teste::Processo tubo({"sh", "-c", "\"$0\" FiltMat m.txt h.txt 15 /dev/stdout | cat", QUIVELAR_BIN},
+                       pasta.caminho());
+  ASSERT_TRUE(tubo.espera(60));
+  const teste::Execucao saida = tubo.fim();
+  EXPECT_EQ(saida.status, 0) << saida.err;
+  EXPECT_TRUE(saida.out.rfind(esperado, 0) == 0) << saida.out.substr(0, 200);
+  EXPECT_EQ(estadoDe("/dev/stdout").tipo, fs::file_type::symlink);
 
   if (::mknod((pasta / "nulo").c_str(), S_IFCHR | 0666, makedev(1, 3)) != 0) GTEST_SKIP() << "no mknod here";
   const Estado nulo = estadoDe(pasta / "nulo");
