@@ -48,7 +48,16 @@ void liberaVaga(int& vaga) {
   vaga = -1;
 }
 
+// Set while the table or a set of destinations is half changed: a signal
+// then waits for the change to end. A flag rather than a signal mask, since
+// the signal may land on any thread (the descriptor workers').
+volatile sig_atomic_t retendo = 0, pendente = 0;
+
 void aoSinalDeFim(int sinal) {
+  if (retendo) {
+    pendente = sinal;
+    return;
+  }
   removeTemporarios();
   ::signal(sinal, SIG_DFL);
   sigset_t este;
@@ -76,22 +85,17 @@ void preparaSinais() {
   }
 }
 
-// Holds SIGINT, SIGTERM and SIGHUP back while the table or a set of
-// destinations is half changed; they arrive when it goes.
+// Holds SIGINT, SIGTERM and SIGHUP back for its lifetime; one that came
+// meanwhile is delivered at its end.
 class SinaisRetidos {
  public:
-  SinaisRetidos() {
-    sigset_t retidos;
-    sigemptyset(&retidos);
-    for (int s : kSinaisDeFim) sigaddset(&retidos, s);
-    ::sigprocmask(SIG_BLOCK, &retidos, &anteriores_);
+  SinaisRetidos() { retendo = 1; }
+  ~SinaisRetidos() {
+    retendo = 0;
+    if (pendente) ::raise(pendente);
   }
-  ~SinaisRetidos() { ::sigprocmask(SIG_SETMASK, &anteriores_, nullptr); }
   SinaisRetidos(const SinaisRetidos&) = delete;
   SinaisRetidos& operator=(const SinaisRetidos&) = delete;
-
- private:
-  sigset_t anteriores_;
 };
 
 // "dir/sub/" for "dir/sub/a.xml", "" for "a.xml".
