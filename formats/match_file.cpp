@@ -26,11 +26,14 @@ bool leKeyPoint(FILE* f, cv::KeyPoint& k) {
          tvm::leNum(f, k.response) && tvm::leNum(f, k.octave) && tvm::leNum(f, k.class_id);
 }
 
-// Appends to `linha` at `n`; returns the new length. A field of %e takes at
-// most 16 characters (-1.234567e+308), an int 11.
+// A match line: 15 fields of at most 14 characters (-3.402823e+38, or an
+// int's 11) and their blanks.
+constexpr int kLinha = 320;
+
+// Appends to `linha` at `n`; returns the new length.
 int escreveKeyPoint(char* linha, int n, const cv::KeyPoint& k) {
-  return n + std::snprintf(linha + n, 128, "%e %e %e %e %e %d %d", k.pt.x, k.pt.y, k.size, k.angle, k.response,
-                           k.octave, k.class_id);
+  return n + std::snprintf(linha + n, static_cast<size_t>(kLinha - n), "%e %e %e %e %e %d %d", k.pt.x, k.pt.y,
+                           k.size, k.angle, k.response, k.octave, k.class_id);
 }
 
 long tamanhoArquivo(const std::string& nome) {
@@ -59,10 +62,10 @@ void impMatch(const std::vector<cv::DMatch>& matches, const std::vector<cv::KeyP
   tvm::SaidaSegura saida(fileName);
   saida.escreve(std::to_string(contagem) + " 15\n");
   saida.escreve(kComentario);
-  char linha[320];
+  char linha[kLinha];
   for (size_t i = 0; i < matches.size(); ++i) {
     if (!escolhido(i)) continue;
-    int n = std::snprintf(linha, 32, "%e  ", matches[i].distance);
+    int n = std::snprintf(linha, kLinha, "%e  ", matches[i].distance);
     n = escreveKeyPoint(linha, n, keypoints1[matches[i].queryIdx]);
     linha[n++] = ' ';
     linha[n++] = ' ';

@@ -36,7 +36,6 @@ void le(cv::Mat_<uchar>& image, const std::string& file) { image = leArquivo(fil
 void le(cv::Mat_<cv::Vec3b>& image, const std::string& file) { image = leArquivo(file, cv::IMREAD_COLOR); }
 
 void imp(const cv::Mat_<cv::Vec3b>& image, const std::string& file) {
-  if (image.empty()) erro("Erro: imagem vazia para ", file);
   SaidaSegura saida(file);
   imp(image, saida);
   saida.confirma();
