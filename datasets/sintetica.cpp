@@ -165,8 +165,9 @@ void escreveSequencia(const cv::Mat_<uchar>& fonte, const std::string& pasta, co
     const double t = (k - 1.0) / (p.vistas - 1);
     const std::string imagem = pasta + "/img" + std::to_string(k) + ".png";
     saidas.push_back(std::make_unique<tvm::SaidaSegura>(imagem));
-    if (!tvm::codificaPng(vistaSint(fonte, p, t), saidas.back()->temporario()))
-      tvm::erro("Erro: nao foi possivel gravar ", imagem);
+    std::vector<uchar> png;
+    if (!tvm::codificaPng(vistaSint(fonte, p, t), png)) tvm::erro("Erro: nao foi possivel gravar ", imagem);
+    saidas.back()->escreve(png.data(), png.size());
     if (k == 1) continue;
     const cv::Matx33d H = transformacaoSint(fonte.size(), p, t);
     std::string texto;

@@ -121,24 +121,21 @@ void curvaAccRej(const std::vector<double>& taxas, cv::Mat_<cv::Vec3b>& img, int
 
 void impROC(const std::vector<PontoROC>& pontos, const std::vector<bool>& certos, const std::string& nome) {
   if (nome.empty()) tvm::erro("Erro: abertura ", nome);
-  tvm::SaidaSegura saida(nome);
+  tvm::SaidaSegura saida(nome, "Erro: abertura ");
   escreveROC(pontos, certos, saida);
   saida.confirma();
 }
 
 void escreveROC(const std::vector<PontoROC>& pontos, const std::vector<bool>& certos, tvm::SaidaSegura& saida) {
   if (pontos.size() != certos.size()) tvm::erro("Erro impROC: pontos e flags de tamanhos diferentes");
-  const std::string& nome = saida.destino();
-  tvm::Arquivo arquivo(saida.temporario(), "wt");
-  if (!arquivo) tvm::erro("Erro: abertura ", nome);
-  FILE* f = arquivo.get();
-  std::fprintf(f, "%3u %3d\n", static_cast<unsigned>(pontos.size()), 2);
-  std::fprintf(f, "//%3s %3s %3s\n", "pos", "x", "y");
-  std::fprintf(f, "//%3s %3s %3s\n", "pos", "fpr", "tpr");
+  char linha[64];
+  const auto escreve = [&](int n) { saida.escreve(linha, static_cast<size_t>(n)); };
+  escreve(std::snprintf(linha, sizeof linha, "%3u %3d\n", static_cast<unsigned>(pontos.size()), 2));
+  escreve(std::snprintf(linha, sizeof linha, "//%3s %3s %3s\n", "pos", "x", "y"));
+  escreve(std::snprintf(linha, sizeof linha, "//%3s %3s %3s\n", "pos", "fpr", "tpr"));
   for (size_t i = 0; i < pontos.size(); ++i)
-    std::fprintf(f, "%3d %3d %3d\n", certos[i] ? 1 : 0, cvRound(pontos[i].fpr * 100.0),
-                 cvRound(pontos[i].tpr * 100.0));
-  if (!arquivo.fecha()) tvm::erro("Erro: abertura ", nome);
+    escreve(std::snprintf(linha, sizeof linha, "%3d %3d %3d\n", certos[i] ? 1 : 0, cvRound(pontos[i].fpr * 100.0),
+                          cvRound(pontos[i].tpr * 100.0)));
 }
 
 std::string linhaMatlab(const std::vector<bool>& certos) {

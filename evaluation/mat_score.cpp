@@ -4,6 +4,7 @@
 #include "formats/csv.hpp"
 #include "formats/transform.hpp"
 #include "measures/casamento.hpp"
+#include "support/arquivos.hpp"
 #include "support/erro.hpp"
 
 #include <cstdio>
@@ -48,6 +49,7 @@ void MatScore(int argc, char** argv) {
   if (porDistancia && !(dist > 0)) tvm::erro("Erro: dist fora do intervalo");
   if (!(ransac > 0)) tvm::erro("Erro: ransac fora do intervalo");
   if (!curva.empty() && curva == op.csv) tvm::erro("Erro: curva e csv no mesmo arquivo ", curva);
+  if (!curva.empty() && !op.csv.empty()) tvm::exigeSaidasDistintas({curva, op.csv});
 
   measures::OpcoesCasamento oc;
   oc.erro = op.erro / 100;
@@ -72,8 +74,8 @@ void MatScore(int argc, char** argv) {
               evaluation::texto(homografia).c_str(), measures::homografiaCorreta(homografia, 1),
               measures::homografiaCorreta(homografia, 3), measures::homografiaCorreta(homografia, 5));
 
-  // The curve is written first and confirmed last: a failure on either
-  // output leaves neither.
+  // The curve is written first and replaces its file with the table's: a
+  // failure on either output leaves neither.
   std::optional<tvm::SaidaSegura> saidaCurva;
   if (!curva.empty()) {
     const std::vector<measures::PontoRP> pontos = measures::curvaRecallPrecisao(certos);
@@ -99,7 +101,8 @@ void MatScore(int argc, char** argv) {
                            "img1,img2,key1,key2,matches,H,correct_by,common,matches_n,correct,n1,n2,matching_score,"
                            "mma@1,mma@2,mma@3,mma@4,mma@5,mma@6,mma@7,mma@8,mma@9,mma@10,ap,homography_error,"
                            "homography@1,homography@3,homography@5",
-                           linha);
+                           linha, saidaCurva ? &*saidaCurva : nullptr);
+  } else if (saidaCurva) {
+    saidaCurva->confirma();
   }
-  if (saidaCurva) saidaCurva->confirma();
 }

@@ -7,7 +7,6 @@
 #include "support/arquivos.hpp"
 #include "support/erro.hpp"
 
-#include <cstdio>
 
 void Matlab(int argc, char** argv) {
   if (argc < 4 || argc > 5)
@@ -21,10 +20,7 @@ void Matlab(int argc, char** argv) {
   const std::vector<bool> certos = evaluation::julgaEAvisa(H, casamentos, op.dist, argv[2]);
 
   const std::string nome = argv[3];
-  tvm::SaidaSegura saida(nome);
-  tvm::Arquivo arquivo(saida.temporario(), "wt");
-  if (!arquivo) tvm::erro("Erro abertura ", nome);
-  std::fputs(evaluation::linhaMatlab(certos).c_str(), arquivo.get());
-  if (!arquivo.fecha()) tvm::erro("Erro abertura ", nome);
+  tvm::SaidaSegura saida(nome, "Erro abertura ");
+  saida.escreve(evaluation::linhaMatlab(certos));
   saida.confirma();
 }

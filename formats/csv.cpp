@@ -46,7 +46,8 @@ std::string campoCSV(const std::string& texto) {
   return r + "\"";
 }
 
-void acrescentaCSV(const std::string& arquivo, const std::string& cabecalho, const std::string& linha) {
+void acrescentaCSV(const std::string& arquivo, const std::string& cabecalho, const std::string& linha,
+                   tvm::SaidaSegura* junto) {
   const TravaPasta trava(arquivo);
   std::string texto;
   if (std::ifstream f{arquivo, std::ios::binary}) {
@@ -64,7 +65,10 @@ void acrescentaCSV(const std::string& arquivo, const std::string& cabecalho, con
   }
   tvm::SaidaSegura saida(arquivo);
   escreveTexto(saida, texto + linha + "\n");
-  saida.confirma();
+  if (junto)
+    tvm::SaidaSegura::confirmaJuntas({&saida, junto});
+  else
+    saida.confirma();
 }
 
 std::string tabelaCSV(const std::string& cabecalho, const std::vector<std::string>& linhas) {
@@ -73,12 +77,7 @@ std::string tabelaCSV(const std::string& cabecalho, const std::vector<std::strin
   return texto;
 }
 
-void escreveTexto(tvm::SaidaSegura& saida, const std::string& texto) {
-  tvm::Arquivo f(saida.temporario(), "wb");
-  if (!f) tvm::erro("Erro abertura arquivo ", saida.destino());
-  std::fwrite(texto.data(), 1, texto.size(), f.get());
-  if (!f.fecha()) tvm::erro("Erro: escrita incompleta em ", saida.destino());
-}
+void escreveTexto(tvm::SaidaSegura& saida, const std::string& texto) { saida.escreve(texto); }
 
 int TabelaCSV::coluna(const std::string& nome) const {
   for (size_t i = 0; i < colunas.size(); ++i)

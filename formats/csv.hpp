@@ -21,7 +21,10 @@ std::string campoCSV(const std::string& texto);
 // the new one), so a failed run leaves it as it was; runs appending to tables
 // of one folder at the same time take turns, so no line is lost. A file that
 // starts with another header stops the tool: its columns would not match.
-void acrescentaCSV(const std::string& arquivo, const std::string& cabecalho, const std::string& linha);
+// `junto`, another output of the run already written, replaces its file
+// together with the table: both or neither.
+void acrescentaCSV(const std::string& arquivo, const std::string& cabecalho, const std::string& linha,
+                   tvm::SaidaSegura* junto = nullptr);
 
 // A whole table as text.
 std::string tabelaCSV(const std::string& cabecalho, const std::vector<std::string>& linhas);
@@ -42,7 +45,7 @@ bool analisaCSV(const std::string& texto, TabelaCSV& tabela);
 // empty or is not a well-formed table.
 TabelaCSV leTabelaCSV(const std::string& arquivo);
 
-// Writes `texto` into the temporary of `saida`, for the caller to confirm.
+// Writes `texto` into `saida`, for the caller to confirm.
 void escreveTexto(tvm::SaidaSegura& saida, const std::string& texto);
 
 }  // namespace formats

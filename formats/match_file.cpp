@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstdio>
 
 namespace formats {
 
@@ -25,8 +26,14 @@ bool leKeyPoint(FILE* f, cv::KeyPoint& k) {
          tvm::leNum(f, k.response) && tvm::leNum(f, k.octave) && tvm::leNum(f, k.class_id);
 }
 
-void escreveKeyPoint(FILE* f, const cv::KeyPoint& k) {
-  std::fprintf(f, "%e %e %e %e %e %d %d", k.pt.x, k.pt.y, k.size, k.angle, k.response, k.octave, k.class_id);
+// A match line: 15 fields of at most 14 characters (-3.402823e+38, or an
+// int's 11) and their blanks.
+constexpr int kLinha = 320;
+
+// Appends to `linha` at `n`; returns the new length.
+int escreveKeyPoint(char* linha, int n, const cv::KeyPoint& k) {
+  return n + std::snprintf(linha + n, static_cast<size_t>(kLinha - n), "%e %e %e %e %e %d %d", k.pt.x, k.pt.y,
+                           k.size, k.angle, k.response, k.octave, k.class_id);
 }
 
 long tamanhoArquivo(const std::string& nome) {
@@ -53,20 +60,19 @@ void impMatch(const std::vector<cv::DMatch>& matches, const std::vector<cv::KeyP
   }
 
   tvm::SaidaSegura saida(fileName);
-  tvm::Arquivo arquivo(saida.temporario(), "w");
-  if (!arquivo) tvm::erro("Erro abertura arquivo ", fileName);
-  FILE* f = arquivo.get();
-  std::fprintf(f, "%u 15\n", contagem);
-  std::fputs(kComentario, f);
+  saida.escreve(std::to_string(contagem) + " 15\n");
+  saida.escreve(kComentario);
+  char linha[kLinha];
   for (size_t i = 0; i < matches.size(); ++i) {
     if (!escolhido(i)) continue;
-    std::fprintf(f, "%e  ", matches[i].distance);
-    escreveKeyPoint(f, keypoints1[matches[i].queryIdx]);
-    std::fputs("  ", f);
-    escreveKeyPoint(f, keypoints2[matches[i].trainIdx]);
-    std::fputc('\n', f);
+    int n = std::snprintf(linha, kLinha, "%e  ", matches[i].distance);
+    n = escreveKeyPoint(linha, n, keypoints1[matches[i].queryIdx]);
+    linha[n++] = ' ';
+    linha[n++] = ' ';
+    n = escreveKeyPoint(linha, n, keypoints2[matches[i].trainIdx]);
+    linha[n++] = '\n';
+    saida.escreve(linha, static_cast<size_t>(n));
   }
-  if (!arquivo.fecha()) tvm::erro("Erro abertura arquivo ", fileName);
   saida.confirma();
 }
 

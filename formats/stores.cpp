@@ -15,6 +15,7 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <new>
 
 namespace formats {
 
@@ -124,24 +125,53 @@ void escreveKeyPoints(cv::FileStorage& fs, const std::vector<cv::KeyPoint>& keyp
   fs << "]";
 }
 
-// Into the temporary of `saida`; the caller confirms.
+// gzip at level 3, as OpenCV writes a ".gz" store: the very same bytes.
+void escreveGzip(tvm::SaidaSegura& saida, const std::string& texto) {
+  z_stream z{};
+  if (::deflateInit2(&z, 3, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY) != Z_OK)
+    throw std::bad_alloc();
+  const std::unique_ptr<z_stream, int (*)(z_stream*)> fim(&z, ::deflateEnd);
+  std::vector<unsigned char> bloco(1 << 16);
+  size_t lido = 0;
+  for (int estado = Z_OK; estado != Z_STREAM_END;) {
+    if (z.avail_in == 0 && lido < texto.size()) {
+      const size_t n = std::min<size_t>(texto.size() - lido, 1u << 30);
+      z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(texto.data() + lido));
+      z.avail_in = static_cast<uInt>(n);
+      lido += n;
+    }
+    z.next_out = bloco.data();
+    z.avail_out = static_cast<uInt>(bloco.size());
+    estado = ::deflate(&z, lido == texto.size() ? Z_FINISH : Z_NO_FLUSH);
+    if (estado == Z_STREAM_ERROR) throw std::bad_alloc();
+    saida.escreve(bloco.data(), bloco.size() - z.avail_out);
+  }
+}
+
+// Into `saida`, for the caller to confirm. FileStorage reports no failed
+// write, so it writes to memory and the bytes go out through `saida`, which
+// checks each one; the destination's name chooses the format as it would for
+// a file.
 void escreveEm(tvm::SaidaSegura& saida, const std::vector<cv::KeyPoint>& keypoints, const cv::Mat* descriptors) {
   const std::string& file = saida.destino();
-  {
-    cv::FileStorage fs;
-    bool aberto = false;
-    try {
-      aberto = fs.open(saida.temporario(), cv::FileStorage::WRITE, "");
-      if (aberto) {
-        escreveKeyPoints(fs, keypoints);
-        if (descriptors) cv::write(fs, "descriptors", *descriptors);
-        fs.release();
-      }
-    } catch (const std::exception&) {
-      aberto = false;
-    }
-    if (!aberto) tvm::erro("Erro abertura arquivo ", file);
+  std::string texto;
+  try {
+    cv::FileStorage fs(file, cv::FileStorage::WRITE | cv::FileStorage::MEMORY, "");
+    if (!fs.isOpened()) tvm::erro("Erro abertura arquivo ", file);
+    escreveKeyPoints(fs, keypoints);
+    if (descriptors) cv::write(fs, "descriptors", *descriptors);
+    texto = fs.releaseAndGetString();
+  } catch (const tvm::Erro&) {
+    throw;
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::exception&) {
+    tvm::erro("Erro abertura arquivo ", file);
   }
+  if (comprimido(file))
+    escreveGzip(saida, texto);
+  else
+    saida.escreve(texto);
 }
 
 void escreve(const std::string& file, const std::vector<cv::KeyPoint>& keypoints, const cv::Mat* descriptors) {

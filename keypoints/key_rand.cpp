@@ -116,6 +116,7 @@ void KeyRand(int argc, char** argv) {
   if (argc < 7)
     tvm::falhaUso({"KeyRand a.pgm b.pgm mat33.txt n keyA.xml keyB.xml",
                    "  [seed=7 diamMin=30 diamMax=40 pertPt=0 pertDiam=0 pertDeg=0]"});
+  tvm::exigeSaidasDistintas({argv[5], argv[6]});
   cv::Mat_<uchar> imgA, imgB;
   tvm::le(imgA, argv[1]);
   tvm::le(imgB, argv[2]);  // its size only warns: the partners are fitted to image a
@@ -135,12 +136,11 @@ void KeyRand(int argc, char** argv) {
 
   std::vector<cv::KeyPoint> a, b;
   keypoints::geraPares(imgA.size(), cv::Matx33d(M), n, p, a, b);
-  // Both stores are written before either replaces its target.
+  // Both stores replace their files, or neither does.
   tvm::SaidaSegura saidaA(argv[5]), saidaB(argv[6]);
   formats::impKeyPoints(saidaA, a);
   formats::impKeyPoints(saidaB, b);
-  saidaA.confirma();
-  saidaB.confirma();
+  tvm::SaidaSegura::confirmaJuntas({&saidaA, &saidaB});
   tvm::avisaSeVazio(a.size(), argv[5]);
   tvm::avisaSeVazio(b.size(), argv[6]);
   const size_t fora = keypoints::foraDaImagem(b, imgB.size());

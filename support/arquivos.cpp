@@ -4,34 +4,11 @@
 
 #include <glob.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 
 namespace tvm {
-
-SaidaSegura::SaidaSegura(std::string destino) : destino_(std::move(destino)) {
-  const size_t barra = destino_.find_last_of('/');
-  const std::string pasta = barra == std::string::npos ? "" : destino_.substr(0, barra + 1);
-  const std::string nome = barra == std::string::npos ? destino_ : destino_.substr(barra + 1);
-  // Numbered too, so that two outputs of one run never share a temporary.
-  static int contador = 0;
-  temporario_ = pasta + ".tmp" + std::to_string(::getpid()) + "." + std::to_string(contador++) + "." + nome;
-  // The rename at the end would fail on a folder; a tool writing two files
-  // must learn that before it confirms the first.
-  struct stat info {};
-  if (::stat(destino_.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) erro("Erro abertura arquivo ", destino_);
-}
-
-SaidaSegura::~SaidaSegura() {
-  if (!confirmado_) std::remove(temporario_.c_str());
-}
-
-void SaidaSegura::confirma() {
-  if (std::rename(temporario_.c_str(), destino_.c_str()) != 0) erro("Erro abertura arquivo ", destino_);
-  confirmado_ = true;
-}
 
 bool Arquivo::fecha() {
   if (!f_) return false;

@@ -1,36 +1,14 @@
-// Files: safe output, C file handles that close themselves, wildcard
-// expansion.
+// Files: C file handles that close themselves, wildcard expansion; and,
+// through saida_segura.hpp, the one way outputs are written.
 #pragma once
+
+#include "support/saida_segura.hpp"
 
 #include <cstdio>
 #include <string>
 #include <vector>
 
 namespace tvm {
-
-// An output written under a temporary name beside its target and renamed onto
-// it by confirma(). If the run fails first, the destructor removes the
-// temporary: a failed run never leaves a half-written file, and a tool may
-// read the very file it is about to replace. The temporary keeps the target's
-// whole name at its end, so extensions (".xml.gz", ".png") still choose the
-// format.
-class SaidaSegura {
- public:
-  explicit SaidaSegura(std::string destino);
-  ~SaidaSegura();
-  SaidaSegura(const SaidaSegura&) = delete;
-  SaidaSegura& operator=(const SaidaSegura&) = delete;
-
-  const std::string& temporario() const { return temporario_; }
-  const std::string& destino() const { return destino_; }
-  // Renames the temporary onto the target; stops the tool if that fails.
-  void confirma();
-
- private:
-  std::string destino_;
-  std::string temporario_;
-  bool confirmado_ = false;
-};
 
 // A FILE* that is closed when it goes out of scope.
 class Arquivo {

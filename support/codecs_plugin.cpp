@@ -35,9 +35,9 @@ extern "C" bool quivelarLeImagem(const char* arquivo, int modo, cv::Mat* imagem)
   }
 }
 
-extern "C" bool quivelarGravaImagem(const char* arquivo, const cv::Mat* imagem) {
+extern "C" bool quivelarCodificaImagem(const char* extensao, const cv::Mat* imagem, std::vector<uchar>* bytes) {
   try {
-    return cv::imwrite(arquivo, *imagem);
+    return cv::imencode(extensao, *imagem, *bytes);
   } catch (...) {
     return false;
   }

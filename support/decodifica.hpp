@@ -11,6 +11,7 @@
 #include <opencv2/core.hpp>
 
 #include <string>
+#include <vector>
 
 namespace tvm {
 
@@ -23,8 +24,8 @@ namespace tvm {
 // the codec library (a truncated file, a bad checksum).
 bool decodificaDireto(const std::string& file, int modo, cv::Mat& out);
 
-// Writes an 8-bit grey or BGR image as PNG with the settings imwrite uses by
-// default; false if the image has another type or the file cannot be written.
-bool codificaPng(const cv::Mat& image, const std::string& file);
+// Encodes an 8-bit grey or BGR image as PNG with the settings imwrite uses by
+// default, into `bytes`; false if the image has another type.
+bool codificaPng(const cv::Mat& image, std::vector<uchar>& bytes);
 
 }  // namespace tvm

@@ -21,9 +21,12 @@ cv::Mat leArquivo(const std::string& file, int modo) {
   return lida;
 }
 
-// imwrite chooses the format by the extension, in any case.
-bool terminaEmPng(const std::string& file) {
-  return file.size() >= 4 && minuscula(file.substr(file.size() - 4)) == ".png";
+// imwrite chooses the format by the extension, in any case; "" when the
+// name has none, which no encoder takes.
+std::string extensao(const std::string& file) {
+  const size_t ponto = file.find_last_of('.'), barra = file.find_last_of('/');
+  if (ponto == std::string::npos || (barra != std::string::npos && ponto < barra)) return "";
+  return file.substr(ponto);
 }
 
 }  // namespace
@@ -33,16 +36,26 @@ void le(cv::Mat_<uchar>& image, const std::string& file) { image = leArquivo(fil
 void le(cv::Mat_<cv::Vec3b>& image, const std::string& file) { image = leArquivo(file, cv::IMREAD_COLOR); }
 
 void imp(const cv::Mat_<cv::Vec3b>& image, const std::string& file) {
-  if (image.empty()) erro("Erro: imagem vazia para ", file);
   SaidaSegura saida(file);
-  const cv::Mat imagem = image;
-  if (terminaEmPng(file)) {
-    if (!codificaPng(imagem, saida.temporario())) erro("Erro abertura arquivo ", file);
-  } else {
-    static const GravaImagem gravaImagem = funcaoPlugin<GravaImagem>(kPluginCodecs, "quivelarGravaImagem");
-    if (!gravaImagem(saida.temporario().c_str(), &imagem)) erro("Erro abertura arquivo ", file);
-  }
+  imp(image, saida);
   saida.confirma();
+}
+
+void imp(const cv::Mat_<cv::Vec3b>& image, SaidaSegura& saida) {
+  const std::string& file = saida.destino();
+  if (image.empty()) erro("Erro: imagem vazia para ", file);
+  const cv::Mat imagem = image;
+  const std::string ext = extensao(file);
+  std::vector<uchar> bytes;
+  bool codificada = false;
+  if (minuscula(ext) == ".png") {
+    codificada = codificaPng(imagem, bytes);
+  } else {
+    static const CodificaImagem codifica = funcaoPlugin<CodificaImagem>(kPluginCodecs, "quivelarCodificaImagem");
+    codificada = codifica(ext.c_str(), &imagem, &bytes);
+  }
+  if (!codificada) erro("Erro abertura arquivo ", file);
+  saida.escreve(bytes.data(), bytes.size());
 }
 
 void converte(const cv::Mat_<uchar>& in, cv::Mat_<cv::Vec3b>& out) {

@@ -4,6 +4,8 @@
 // in blue, green, red order); row 0 is the top, column 0 the left.
 #pragma once
 
+#include "support/saida_segura.hpp"
+
 #include <opencv2/core.hpp>
 
 #include <complex>
@@ -21,6 +23,8 @@ void le(cv::Mat_<cv::Vec3b>& image, const std::string& file);
 // Write a colour image; the format follows the extension (PNG is written
 // without loading the codec plug-in). The file appears whole or not at all.
 void imp(const cv::Mat_<cv::Vec3b>& image, const std::string& file);
+// Into `saida`, for the caller to confirm with the run's other outputs.
+void imp(const cv::Mat_<cv::Vec3b>& image, SaidaSegura& saida);
 
 // Grey to colour (the grey level in all three channels) and grey to complex
 // (grey level as the real part).

@@ -9,6 +9,7 @@
 #include <zlib.h>
 
 #include <csetjmp>
+#include <vector>
 
 namespace tvm {
 
@@ -56,10 +57,24 @@ bool decodificaPng(png_structp png, png_infop info, png_infop fim, FILE* f, bool
   return !png_get_valid(png, info, PNG_INFO_eXIf) && !png_get_valid(png, fim, PNG_INFO_eXIf);
 }
 
+// libpng hands the encoded bytes here; no exception may cross libpng.
+void acrescenta(png_structp png, png_bytep dados, png_size_t n) {
+  auto* bytes = static_cast<std::vector<uchar>*>(png_get_io_ptr(png));
+  bool coube = true;
+  try {
+    bytes->insert(bytes->end(), dados, dados + n);
+  } catch (...) {
+    coube = false;
+  }
+  if (!coube) png_error(png, "memoria");
+}
+
+void nadaAEsvaziar(png_structp) {}
+
 // imwrite's defaults: the Sub filter, zlib level 1 and the RLE strategy.
-bool gravaPng(png_structp png, png_infop info, FILE* f, const cv::Mat& image) {
+bool gravaPng(png_structp png, png_infop info, std::vector<uchar>* bytes, const cv::Mat& image) {
   if (setjmp(png_jmpbuf(png))) return false;
-  png_init_io(png, f);
+  png_set_write_fn(png, bytes, acrescenta, nadaAEsvaziar);
   png_set_filter(png, PNG_FILTER_TYPE_BASE, PNG_FILTER_SUB);
   png_set_compression_level(png, Z_BEST_SPEED);
   png_set_compression_strategy(png, Z_RLE);
@@ -85,17 +100,16 @@ bool lePng(FILE* f, bool cor, cv::Mat& out) {
   return ok;
 }
 
-bool codificaPng(const cv::Mat& image, const std::string& file) {
+bool codificaPng(const cv::Mat& image, std::vector<uchar>& bytes) {
+  bytes.clear();
   if (image.empty() || (image.type() != CV_8UC1 && image.type() != CV_8UC3)) return false;
-  Arquivo f(file, "wb");
-  if (!f) return false;
   bool aviso = false;
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &aviso, falhaPng, avisoPng);
   if (!png) return false;
   png_infop info = png_create_info_struct(png);
-  const bool ok = info && gravaPng(png, info, f.get(), image);
+  const bool ok = info && gravaPng(png, info, &bytes, image);
   png_destroy_write_struct(&png, &info);
-  return ok && f.fecha();
+  return ok;
 }
 
 }  // namespace tvm

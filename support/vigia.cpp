@@ -1,5 +1,7 @@
 #include "support/vigia.hpp"
 
+#include "support/saida_segura.hpp"
+
 #include <signal.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -17,6 +19,7 @@ char mensagemPronta[512];
 void escreveESai(const char* mensagem) {
   const ssize_t escrito = ::write(STDERR_FILENO, mensagem, std::strlen(mensagem));
   (void)escrito;
+  removeTemporarios();
   ::_exit(1);
 }
 

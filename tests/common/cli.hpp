@@ -30,6 +30,7 @@ class Processo {
   bool espera(double segundos);  // true when it has ended
   Execucao lido() const;         // what it wrote so far
   Execucao fim();                // how it ended; killed first (estourou) if still running
+  pid_t pid() const { return pid_; }
 
  private:
   pid_t pid_ = -1;

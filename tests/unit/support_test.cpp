@@ -119,7 +119,6 @@ TEST(Arquivos, SafeOutputAppearsOnlyWhenConfirmedAndWildCards) {
   teste::PastaTemp pasta;
   for (const char* texto : {"meio", "todo"}) {
     tvm::SaidaSegura saida(pasta / "a.txt");
-    EXPECT_NE(saida.temporario().find("a.txt"), std::string::npos);  // keeps the extension
     teste::escreveTexto(saida.temporario(), texto);
     if (texto == std::string("meio")) continue;  // not confirmed: the temporary goes
     EXPECT_TRUE(pasta.conteudo().size() == 1 && pasta.conteudo()[0] != "a.txt");
