@@ -4,10 +4,14 @@
 #include "support/erro.hpp"
 
 #include <plplot.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <fstream>
 #include <map>
+#include <sstream>
 
 namespace plots {
 
@@ -103,6 +107,32 @@ void desenhaEm(const Figura& f, const char* dispositivo, const std::string& arqu
   plsstrm(antigo);
 }
 
+// PLplot writes by file name and reports no failed write, so it draws into a
+// scratch file whose bytes are checked whole (a PNG to its IEND chunk, an SVG
+// to its closing tag) before the checked writer copies them to the
+// destination: a full disk can cut the scratch short, never the figure.
+std::string desenhaEmBytes(const Figura& f, const char* dispositivo, const std::string& destino) {
+  char nome[] = "/tmp/quivelar-grafico-XXXXXX";
+  const int fd = ::mkstemp(nome);
+  if (fd < 0) tvm::erro("Erro: nao foi possivel criar ", destino);
+  ::close(fd);
+  struct Remove {
+    const char* nome;
+    ~Remove() { std::remove(nome); }
+  } remove{nome};
+  desenhaEm(f, dispositivo, nome);
+  std::ifstream entrada(nome, std::ios::binary);
+  std::ostringstream bytes;
+  bytes << entrada.rdbuf();
+  const std::string texto = bytes.str();
+  static const std::string fimPng("IEND\xAE\x42\x60\x82", 8);
+  const bool inteiro = std::string(dispositivo) == "pngcairo"
+                           ? texto.size() >= fimPng.size() && texto.compare(texto.size() - fimPng.size(), fimPng.size(), fimPng) == 0
+                           : texto.find("</svg>") != std::string::npos;
+  if (!inteiro) tvm::erro("Erro: falha ao gravar ", destino);
+  return texto;
+}
+
 }  // namespace
 
 void desenha(const Figura& f, const std::string& base) {
@@ -112,16 +142,9 @@ void desenha(const Figura& f, const std::string& base) {
         !(p.xMax > p.xMin) || !(p.yMax > p.yMin))
       tvm::erro("Erro: eixos invalidos no grafico ", base);
   tvm::SaidaSegura png(base + ".png"), svg(base + ".svg");
-  // PLplot ends the process when it cannot open its file: make sure first
-  // that both temporaries can be created.
-  for (const tvm::SaidaSegura* s : {&png, &svg}) {
-    tvm::Arquivo teste(s->temporario(), "wb");
-    if (!teste || !teste.fecha()) tvm::erro("Erro: nao foi possivel criar ", s->destino());
-  }
-  desenhaEm(f, "pngcairo", png.temporario());
-  desenhaEm(f, "svgcairo", svg.temporario());
-  png.confirma();
-  svg.confirma();
+  png.escreve(desenhaEmBytes(f, "pngcairo", base + ".png"));
+  svg.escreve(desenhaEmBytes(f, "svgcairo", base + ".svg"));
+  tvm::SaidaSegura::confirmaJuntas({&png, &svg});
 }
 
 }  // namespace plots

@@ -37,7 +37,7 @@ const std::string kVelho = "conteudo anterior\n";
 // on small images); k.xml its SIFT keypoints; d.xml their SIFT descriptors;
 // m.txt 700 matches (Matlab writes two bytes each), 600 right; mm.txt matches of k.xml
 // with itself, inside the image as MatScore wants; h.txt the identity;
-// roc.png a curve image for SobrROC.
+// roc.png a curve image for SobrROC; seq/ a folder for SeqSint.
 void criaCena(const teste::PastaTemp& p) {
   teste::salva(teste::textura(200, 266, 5), p / "img.png");
   fs::copy_file(std::string(QUIVELAR_DATA) + "/img1.png", p / "graf.png");
@@ -49,6 +49,7 @@ void criaCena(const teste::PastaTemp& p) {
   teste::rodaBem({"DesSift", "img.png", "d.xml", "k.xml"}, p.caminho());
   teste::rodaBem({"MatROC", "m.txt", "h.txt", "roc.png"}, p.caminho());
   teste::rodaBem({"MatNN", "d.xml", "d.xml", "mm.txt"}, p.caminho());
+  fs::create_directory(p / "seq");
 }
 
 struct Escritor {
@@ -92,6 +93,7 @@ const Escritor kEscritores[] = {
     {{"MatShow", "img.png", "img.png", "m.txt", "s.png"}, {"s.png"}},
     {{"MatMyShow", "img.png", "img.png", "m.txt", "s.jpg"}, {"s.jpg"}},
     {{"MatMutuo", "d.xml", "d.xml", "s.txt"}, {"s.txt"}},
+    {{"SeqSint", "img.png", "seq", "n=2", "rotacao=10"}, {"seq/img1.png", "seq/img2.png", "seq/H1to2p"}},
     {{"KeyRep", "img.png", "img.png", "k.xml", "k.xml", "h.txt", "csv=t.csv"}, {"t.csv"}, {"t.csv"}, 12},
     {{"MatScore", "img.png", "img.png", "k.xml", "k.xml", "mm.txt", "h.txt", "curva=c.csv"}, {"c.csv"}},
     {{"MatScore", "img.png", "img.png", "k.xml", "k.xml", "mm.txt", "h.txt", "curva=c.csv", "csv=t.csv"},
