@@ -45,6 +45,7 @@ const Comando comandos[] = {
     {"sobrroc", SobrROC, "SobrROC   - Sobrepoe ROCs"},
     {"filtmat", FiltMat, "FiltMat   - Calcula a taxa de acertos de casamentos, tendo matriz 3x3. Filtra."},
     {"varre", Varre, "Varre     - Mede detectores x descritores x casamentos em todo um dataset"},
+    {"varrejunta", VarreJunta, "VarreJunta- Junta as fatias de uma varredura feita em partes (shard=i/n)"},
     {"seqsint", SeqSint, "SeqSint   - Gera sequencia sintetica com transformacoes exatas"},
     {"graficos", Graficos, "Graficos  - Desenha MMA, repetibilidade e recall x 1-precisao de uma tabela"},
 };

@@ -4,6 +4,7 @@
 #include "support/erro.hpp"
 
 #include <algorithm>
+#include <cstdlib>
 #include <map>
 
 namespace sweep {
@@ -100,6 +101,9 @@ Plano lePlano(int argc, char** argv) {
         tvm::erro("Erro: comum deve ser ambas ou opencv: ", valor);
     } else if (chave == "curva") {
       curva = valor;
+    } else if (chave == "shard") {
+      p.fatia = leFatia(valor);
+      p.fatiada = true;
     } else if (chave == "graficos") {
       int g = 1;
       tvm::convArg(g, valor);
@@ -108,6 +112,9 @@ Plano lePlano(int argc, char** argv) {
       tvm::erro("Erro: Argumento invalido ", palavra);
     }
   }
+  if (!p.fatiada)
+    p.fatiada = fatiaDoSlurm(std::getenv("SLURM_ARRAY_TASK_ID"), std::getenv("SLURM_ARRAY_TASK_COUNT"),
+                             std::getenv("SLURM_ARRAY_TASK_MIN"), p.fatia);
   if (dets.empty() || dess.empty() || cass.empty()) tvm::erro("Erro: lista vazia em det=, des= ou mat=");
   // Detectors get the options of their name; the descriptors sift and surf
   // take none, so "sift." and "surf." words are the detectors'. Options of an

@@ -6,6 +6,7 @@
 #include "support/arquivos.hpp"
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
+#include "sweep/fatias.hpp"
 #include "sweep/progresso.hpp"
 
 #include <algorithm>
@@ -62,21 +63,6 @@ std::string assinatura(const std::string& texto) {
   char s[17];
   std::snprintf(s, sizeof s, "%016llx", h);
   return s;
-}
-
-bool leTexto(const std::string& arquivo, std::string& texto) {
-  std::ifstream f{arquivo, std::ios::binary};
-  if (!f) return false;
-  std::ostringstream todo;
-  todo << f.rdbuf();
-  texto = todo.str();
-  return true;
-}
-
-// The body of a table without its header line.
-std::string corpo(const std::string& texto) {
-  const size_t fim = texto.find('\n');
-  return fim == std::string::npos ? "" : texto.substr(fim + 1);
 }
 
 // ---------------------------------------------------------------- a unit
@@ -448,27 +434,37 @@ std::string arquivoUnidade(const Plano& p, const Unidade& u) {
          assinatura(opcoes).substr(0, 12) + ".csv";
 }
 
+std::string assinaturaPlano(const Plano& p) {
+  std::string nomes;
+  for (const Unidade& u : unidades(p)) nomes += arquivoUnidade(p, u) + "\n";
+  return assinatura(nomes);
+}
+
 Resumo varre(const Plano& p) {
   tvm::criaPastas(p.saida + "/unidades");
   if (p.threads > 0) cv::setNumThreads(p.threads);
   const std::vector<Unidade> todas = unidades(p);
+  const Faixa minhas = p.fatiada ? faixa(static_cast<int>(todas.size()), p.fatia)
+                                 : Faixa{0, static_cast<int>(todas.size())};
   Resumo r;
-  r.unidades = static_cast<int>(todas.size());
+  r.unidades = minhas.fim - minhas.inicio;
 
   // Which units are done already.
   std::vector<std::string> textos(todas.size());
   std::vector<bool> prontas(todas.size()), falhou(todas.size());
-  int aFazer = 0;
-  for (size_t i = 0; i < todas.size(); ++i) {
+  int aFazer = 0, sequencias = 0;
+  for (int i = minhas.inicio; i < minhas.fim; ++i) {
     prontas[i] = terminada(p.saida + "/" + arquivoUnidade(p, todas[i]), textos[i]);
     aFazer += !prontas[i];
+    sequencias += i == minhas.inicio || todas[i].sequencia != todas[i - 1].sequencia;
   }
 
-  Progresso progresso(aFazer, static_cast<int>(p.sequencias.size()));
-  size_t i = 0;
-  for (int s = 0; s < static_cast<int>(p.sequencias.size()); ++s) {
+  Progresso progresso(aFazer, sequencias);
+  int i = minhas.inicio;
+  while (i < minhas.fim) {
+    const int s = todas[i].sequencia;
     std::optional<Sequencia> seq;
-    for (; i < todas.size() && todas[i].sequencia == s; ++i) {
+    for (; i < minhas.fim && todas[i].sequencia == s; ++i) {
       if (prontas[i]) continue;
       if (!seq) seq.emplace(p, p.sequencias[s]);
       const Saidas o = seq->unidade(todas[i].detector, todas[i].descritor);
@@ -487,22 +483,31 @@ Resumo varre(const Plano& p) {
   }
   progresso.fim();
 
-  std::string linhas, tempos, curvas;
-  for (size_t j = 0; j < todas.size(); ++j) {
+  Tabelas t;
+  for (int j = minhas.inicio; j < minhas.fim; ++j) {
     const std::string base = p.saida + "/" + arquivoUnidade(p, todas[j]);
     const std::string semExtensao = base.substr(0, base.size() - 4);
-    const std::string c = corpo(textos[j]);
-    linhas += c;
+    t.linhas += corpo(textos[j]);
     r.falhas += falhou[j];
     std::string texto;
     if (!leTexto(semExtensao + ".tempos.csv", texto)) tvm::erro("Erro abertura arquivo ", semExtensao + ".tempos.csv");
-    tempos += corpo(texto);
+    t.tempos += corpo(texto);
     if (!leTexto(semExtensao + ".curvas.csv", texto)) tvm::erro("Erro abertura arquivo ", semExtensao + ".curvas.csv");
-    curvas += corpo(texto);
+    t.curvas += corpo(texto);
   }
-  gravaTabela(p.saida + "/tempos.csv", kCabecalhoTempos, tempos);
-  gravaTabela(p.saida + "/curvas.csv", kCabecalhoCurvas, curvas);
-  gravaTabela(p.saida + "/resultados.csv", kCabecalho, linhas);
+  if (p.fatiada) {
+    Manifesto m;
+    m.plano = assinaturaPlano(p);
+    m.unidades = minhas;
+    m.totalUnidades = static_cast<int>(todas.size());
+    m.falhas = r.falhas;
+    m.graficos = p.graficos;
+    gravaFatia(p.saida, p.fatia, m, t);
+    return r;
+  }
+  gravaTabela(p.saida + "/tempos.csv", kCabecalhoTempos, t.tempos);
+  gravaTabela(p.saida + "/curvas.csv", kCabecalhoCurvas, t.curvas);
+  gravaTabela(p.saida + "/resultados.csv", kCabecalho, t.linhas);
   return r;
 }
 

@@ -30,6 +30,7 @@
 #include "datasets/sequencia.hpp"
 #include "measures/repetibilidade.hpp"
 #include "sweep/algoritmos.hpp"
+#include "sweep/fatias.hpp"
 
 #include <string>
 #include <vector>
@@ -63,6 +64,9 @@ struct Plano {
   std::string curvaSequencia;  // pair 1-curvaVista of this sequence gets curves
   int curvaVista = 2;
   bool graficos = true;
+  // Only this shard's units (shard=i/n or a Slurm array task); see fatias.hpp.
+  bool fatiada = false;
+  Fatia fatia;
 };
 
 // Reads `Varre DATASET SAIDA [options]` (argv[0] the tool's name).
@@ -76,12 +80,16 @@ std::vector<Unidade> unidades(const Plano& p);
 // The unit's table, relative to SAIDA.
 std::string arquivoUnidade(const Plano& p, const Unidade& u);
 
+// The signature of the whole sweep: every unit's file name. Shards of one
+// sweep share it, whichever shard computes it.
+std::string assinaturaPlano(const Plano& p);
+
 struct Resumo {
   int unidades = 0, falhas = 0, refeitas = 0;  // refeitas: computed in this run
 };
 
 // Runs the plan: units not finished are computed, then the three tables are
-// rebuilt in SAIDA. Progress goes to stderr.
+// rebuilt in SAIDA (a shard's in SAIDA/fatias, see fatias.hpp). Progress goes to stderr.
 Resumo varre(const Plano& p);
 
 // The mean of each measure per configuration (and per kind of sequence when

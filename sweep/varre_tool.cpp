@@ -6,27 +6,62 @@
 
 #include <cstdio>
 
+namespace {
+
+// The last word of a sweep: how many units failed, as an error when any did.
+void fechaComFalhas(int falhas, int unidades, const std::string& resultados) {
+  if (falhas > 0)
+    tvm::erro("Erro: ", std::to_string(falhas) + " de " + std::to_string(unidades),
+              " unidades falharam; ver a coluna status de " + resultados);
+  std::printf("Unidades com falha: 0 de %d\n", unidades);
+}
+
+}  // namespace
+
 void Varre(int argc, char** argv) {
   if (argc < 3)
     tvm::falhaUso(
         {"Varre: Mede detectores x descritores x casamentos em todos os pares 1-k de um dataset",
          "Varre DATASET SAIDA [det=sift,surf,fast,star,rand] [des=sift,surf,simple,riff,rihog,ruhog,forapro]",
          "      [mat=nn,ratio,mutuo] [seq=nome,...] [threads=N] [ALG.OPCAO=valor ...]",
-         "      [erro=40 | dist=val] [px=3 ransac=3 comum=ambas|opencv] [curva=SEQ:K] [graficos=1]",
+         "      [erro=40 | dist=val] [px=3 ransac=3 comum=ambas|opencv] [curva=SEQ:K] [graficos=1] [shard=i/n]",
          "  DATASET: pasta de sequencias (img1.ppm..,H1to2p.. ou 1.ppm..,H_1_2..) ou uma sequencia",
          "  ALG.OPCAO: opcao da ferramenta do algoritmo, ex.: sift.nfeatures=500 rihog.raio=30 ratio.ratio=0.7",
-         "  SAIDA: resultados.csv, tempos.csv, curvas.csv, graficos/; rodar de novo retoma o que faltou"});
+         "  SAIDA: resultados.csv, tempos.csv, curvas.csv, graficos/; rodar de novo retoma o que faltou",
+         "  shard=i/n: so a fatia i (0 a n-1) das unidades, em SAIDA/fatias; sem shard=, a tarefa",
+         "    SLURM_ARRAY_TASK_ID - SLURM_ARRAY_TASK_MIN de SLURM_ARRAY_TASK_COUNT; juntar com VarreJunta"});
   const sweep::Plano plano = sweep::lePlano(argc, argv);
   const sweep::Resumo r = sweep::varre(plano);
-  const std::string resultados = plano.saida + "/resultados.csv";
-  std::fputs(sweep::tabelaResumo(resultados).c_str(), stdout);
-  std::printf("Resultados: %s (%d unidades, %d calculadas agora)\n", resultados.c_str(), r.unidades, r.refeitas);
-  if (plano.graficos) {
-    plots::desenhaGraficos(resultados, plano.saida + "/curvas.csv", plano.saida + "/graficos");
-    std::printf("Graficos: %s/graficos\n", plano.saida.c_str());
+  std::string resultados = plano.saida + "/resultados.csv";
+  if (plano.fatiada) {
+    resultados = plano.saida + "/" + sweep::nomeFatia(plano.fatia) + ".resultados.csv";
+    std::printf("Fatia %d/%d: %s (%d unidades, %d calculadas agora)\n", plano.fatia.indice, plano.fatia.total,
+                resultados.c_str(), r.unidades, r.refeitas);
+  } else {
+    std::fputs(sweep::tabelaResumo(resultados).c_str(), stdout);
+    std::printf("Resultados: %s (%d unidades, %d calculadas agora)\n", resultados.c_str(), r.unidades, r.refeitas);
+    if (plano.graficos) {
+      plots::desenhaGraficos(resultados, plano.saida + "/curvas.csv", plano.saida + "/graficos");
+      std::printf("Graficos: %s/graficos\n", plano.saida.c_str());
+    }
   }
-  if (r.falhas > 0)
-    tvm::erro("Erro: ", std::to_string(r.falhas) + " de " + std::to_string(r.unidades),
-              " unidades falharam; ver a coluna status de " + resultados);
-  std::printf("Unidades com falha: 0 de %d\n", r.unidades);
+  fechaComFalhas(r.falhas, r.unidades, resultados);
+}
+
+void VarreJunta(int argc, char** argv) {
+  if (argc != 2)
+    tvm::falhaUso({"VarreJunta: Junta as fatias de uma varredura (Varre shard=i/n) nas tabelas de uma so",
+                   "VarreJunta SAIDA",
+                   "  Confere que SAIDA/fatias tem cada fatia uma vez e completa; escreve resultados.csv,",
+                   "  tempos.csv e curvas.csv iguais aos da varredura sem fatias, e graficos/"});
+  const std::string saida = argv[1];
+  const sweep::Juncao j = sweep::junta(saida);
+  const std::string resultados = saida + "/resultados.csv";
+  std::fputs(sweep::tabelaResumo(resultados).c_str(), stdout);
+  std::printf("Resultados: %s (%d fatias, %d unidades)\n", resultados.c_str(), j.fatias, j.unidades);
+  if (j.graficos) {
+    plots::desenhaGraficos(resultados, saida + "/curvas.csv", saida + "/graficos");
+    std::printf("Graficos: %s/graficos\n", saida.c_str());
+  }
+  fechaComFalhas(j.falhas, j.unidades, resultados);
 }

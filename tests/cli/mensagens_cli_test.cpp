@@ -71,6 +71,7 @@ const char* const kLista =
     "MatVis    - Visualiza um a um os casamentos, tendo matriz 3x3\n" "SobrROC   - Sobrepoe ROCs\n"
     "FiltMat   - Calcula a taxa de acertos de casamentos, tendo matriz 3x3. Filtra.\n"
     "Varre     - Mede detectores x descritores x casamentos em todo um dataset\n"
+    "VarreJunta- Junta as fatias de uma varredura feita em partes (shard=i/n)\n"
     "SeqSint   - Gera sequencia sintetica com transformacoes exatas\n"
     "Graficos  - Desenha MMA, repetibilidade e recall x 1-precisao de uma tabela\n"
     "...............................................................................\n";

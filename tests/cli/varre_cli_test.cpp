@@ -15,6 +15,9 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -195,6 +198,122 @@ TEST(Graficos, PngESvgComEixosELegenda) {
   EXPECT_EQ(p.conteudo().size(), 4u);  // ds, fonte.png, g, o: no temporary left
 }
 
+// Five shards of twelve units: blocks of 2, 2, 3, 2, 3 units in table order,
+// one of them chosen by Slurm's array variables; merged, they are the
+// unsharded tables byte for byte, and every merge that cannot be whole says
+// which shards are wrong.
+TEST(Varre, FatiasJuntadasDaoAMesmaTabela) {
+  teste::PastaTemp p;
+  criaDataset(p, 3);
+  std::vector<std::string> inteira = varre("a");
+  inteira.back() = "graficos=1";
+  const teste::Execucao a = teste::roda(inteira, p.caminho());
+  ASSERT_EQ(a.status, 0) << a.err;
+
+  auto fatia = [&](const std::string& saida, const std::string& shard,
+                   const std::map<std::string, std::string>& ambiente = {}) {
+    std::vector<std::string> c = varre(saida);
+    c.back() = "graficos=1";
+    if (!shard.empty()) c.push_back("shard=" + shard);
+    return teste::roda(c, p.caminho(), 120, ambiente);
+  };
+  const struct {
+    std::string shard;
+    std::map<std::string, std::string> ambiente;
+    std::string saida;
+  } fatias[] = {
+      {"0/5", {}, "Fatia 0/5: f/fatias/fatia-0-de-5.resultados.csv (2 unidades, 2 calculadas agora)\n"},
+      {"", {{"SLURM_ARRAY_TASK_ID", "11"}, {"SLURM_ARRAY_TASK_MIN", "10"}, {"SLURM_ARRAY_TASK_COUNT", "5"}},
+       "Fatia 1/5: f/fatias/fatia-1-de-5.resultados.csv (2 unidades, 2 calculadas agora)\n"},
+      // shard= wins over the array's variables.
+      {"3/5", {{"SLURM_ARRAY_TASK_ID", "0"}, {"SLURM_ARRAY_TASK_COUNT", "5"}},
+       "Fatia 3/5: f/fatias/fatia-3-de-5.resultados.csv (2 unidades, 2 calculadas agora)\n"},
+  };
+  for (const auto& f : fatias) {
+    const teste::Execucao e = fatia("f", f.shard, f.ambiente);
+    ASSERT_EQ(e.status, 0) << e.err;
+    EXPECT_EQ(teste::semTempo(e.out), f.saida + "Unidades com falha: 0 de 2\n");
+  }
+  const teste::Execucao incompleta = teste::roda({"VarreJunta", "f"}, p.caminho());
+  EXPECT_EQ(incompleta.status, 1);
+  EXPECT_EQ(incompleta.err, "Erro: faltam fatias em f/fatias: 2/5, 4/5\n");
+  EXPECT_EQ(teste::leTexto(p / "f/resultados.csv"), "");
+
+  for (const char* s : {"2/5", "4/5"}) ASSERT_EQ(fatia("f", s).status, 0);
+  EXPECT_EQ(unidadesProntas(p / "f"), 12);
+  // Run again, a shard resumes: nothing left to compute.
+  EXPECT_NE(fatia("f", "4/5").out.find("(3 unidades, 0 calculadas agora)"), std::string::npos);
+
+  const teste::Execucao j = teste::roda({"VarreJunta", "f"}, p.caminho());
+  ASSERT_EQ(j.status, 0) << j.err;
+  for (const char* t : {"/resultados.csv", "/curvas.csv"})
+    EXPECT_EQ(teste::leTexto(p / "a" + t), teste::leTexto(p / "f" + t)) << t;
+  EXPECT_EQ(tabela(p / "f/tempos.csv").linhas.size(), 48u);
+  EXPECT_EQ(semTempo(a).substr(0, semTempo(a).find("Resultados:")),
+            semTempo(j).substr(0, semTempo(j).find("Resultados:")));
+  EXPECT_NE(j.out.find("Resultados: f/resultados.csv (5 fatias, 12 unidades)\n"), std::string::npos) << j.out;
+  EXPECT_EQ(teste::leTexto(p / "a/graficos/mma.svg"), teste::leTexto(p / "f/graficos/mma.svg"));
+
+  // Each broken merge on a copy of the whole folder f.
+  struct Quebra {
+    std::string nome;
+    std::function<void(const std::string&)> quebra;
+    std::string err;
+  };
+  const Quebra quebras[] = {
+      {"OutraDivisao",
+       [&](const std::string& d) { ASSERT_EQ(fatia(d, "1/2").status, 0); },
+       "Erro: fatias duplicadas em $/fatias (divisoes diferentes): 1/2, 0/5, 1/5, 2/5, 3/5, 4/5\n"},
+      {"OutraVarredura",
+       [&](const std::string& d) {
+         std::vector<std::string> c = varre(d);
+         c[5] = "mat=nn";
+         c.push_back("shard=2/5");
+         ASSERT_EQ(teste::roda(c, p.caminho()).status, 0);
+       },
+       "Erro: fatias de outra varredura em $/fatias (plano diferente de 0/5): 2/5\n"},
+      {"TabelaTrocada",
+       [&](const std::string& d) {
+         const std::string t = p / (d + "/fatias/fatia-3-de-5.resultados.csv");
+         const std::string texto = teste::leTexto(t);
+         teste::escreveTexto(t, texto.substr(0, texto.rfind('\n', texto.size() - 2) + 1));
+       },
+       "Erro: fatia 3/5 incompleta em $/fatias; rode-a de novo\n"},
+      {"ManifestoIlegivel",
+       [&](const std::string& d) { teste::escreveTexto(p / (d + "/fatias/fatia-0-de-5.txt"), "plano x\n"); },
+       "Erro: fatia ilegivel $/fatias/fatia-0-de-5.txt\n"},
+  };
+  for (const Quebra& q : quebras) {
+    ASSERT_EQ(std::system(("cp -r '" + p / "f" + "' '" + p / q.nome + "'").c_str()), 0);
+    std::remove((p / (q.nome + "/resultados.csv")).c_str());
+    q.quebra(q.nome);
+    const teste::Execucao e = teste::roda({"VarreJunta", q.nome}, p.caminho());
+    EXPECT_EQ(e.status, 1) << q.nome;
+    std::string err = q.err;
+    err.replace(err.find('$'), 1, q.nome);
+    EXPECT_EQ(e.err, err) << q.nome;
+    EXPECT_EQ(teste::leTexto(p / (q.nome + "/resultados.csv")), "") << q.nome;
+  }
+}
+
+TEST(Varre, FatiaDoSlurmIncoerente) {
+  teste::PastaTemp p;
+  teste::salva(teste::textura(60, 80, 1), p / "fonte.png");
+  teste::rodaBem({"SeqSint", "fonte.png", "ds/v_giro", "n=2"}, p.caminho());
+  const std::pair<std::map<std::string, std::string>, std::string> casos[] = {
+      {{{"SLURM_ARRAY_TASK_ID", "2"}}, "Erro: SLURM_ARRAY_TASK_COUNT ausente ou invalido: \n"},
+      {{{"SLURM_ARRAY_TASK_ID", "x"}, {"SLURM_ARRAY_TASK_COUNT", "2"}}, "Erro: SLURM_ARRAY_TASK_ID invalido: x\n"},
+      // A task submitted again alone is an array of one: shard= is needed.
+      {{{"SLURM_ARRAY_TASK_ID", "3"}, {"SLURM_ARRAY_TASK_MIN", "0"}, {"SLURM_ARRAY_TASK_COUNT", "1"}},
+       "Erro: tarefa 3 fora do vetor de 1 a partir de 0; use shard=i/n\n"},
+  };
+  for (const auto& [ambiente, err] : casos) {
+    const teste::Execucao e = teste::roda({"Varre", "ds", "o"}, p.caminho(), 120, ambiente);
+    EXPECT_EQ(e.status, 1);
+    EXPECT_EQ(e.err, err);
+  }
+}
+
 struct CasoErro {
   std::string nome;
   std::vector<std::string> args;
@@ -222,6 +341,11 @@ const CasoErro kErros[] = {
     {"SequenciaInexistente", {"Varre", "ds", "o", "seq=boat"}, "Erro: sequencia boat nao encontrada em ds\n"},
     {"DatasetSemSequencia", {"Varre", "vazia", "x"}, "Erro: nenhuma sequencia (img1.ppm.. ou 1.ppm..) em vazia\n"},
     {"DatasetInexistente", {"Varre", "nada", "x"}, "Erro: nao foi possivel ler a pasta do dataset nada\n"},
+    {"ShardForaDoIntervalo", {"Varre", "ds", "o", "shard=4/4"}, "Erro: shard deve ser i/n, com 0 <= i < n: 4/4\n"},
+    {"ShardSemBarra", {"Varre", "ds", "o", "shard=1"}, "Erro: shard deve ser i/n, com 0 <= i < n: 1\n"},
+    {"ShardDeZero", {"Varre", "ds", "o", "shard=0/0"}, "Erro: shard deve ser i/n, com 0 <= i < n: 0/0\n"},
+    {"ShardNegativo", {"Varre", "ds", "o", "shard=-1/2"}, "Erro: shard deve ser i/n, com 0 <= i < n: -1/2\n"},
+    {"JuntaSemFatias", {"VarreJunta", "o"}, "Erro: nenhuma fatia em o/fatias\n"},
     {"SeqSintPoucasVistas", {"SeqSint", "fonte.png", "s", "n=1"}, "Erro: n fora do intervalo (2 a 100)\n"},
     {"SeqSintOpcao", {"SeqSint", "fonte.png", "s", "giro=3"}, "Erro: Argumento invalido giro 3\n"},
     {"SeqSintSemImagem", {"SeqSint", "nada.png", "s"}, "Erro abertura arquivo nada.png\n"},
@@ -254,13 +378,16 @@ INSTANTIATE_TEST_SUITE_P(Varre, Erros, testing::ValuesIn(kErros),
                          [](const testing::TestParamInfo<CasoErro>& i) { return i.param.nome; });
 
 TEST(Varre, Usos) {
-  const std::pair<const char*, const char*> usos[] = {
-      {"Varre", "Varre: Mede detectores x descritores x casamentos em todos os pares 1-k de um dataset\n"},
-      {"SeqSint", "SeqSint: Gera sequencia sintetica (img1.png..imgN.png, H1to2p..H1toNp) a partir de uma imagem\n"},
-      {"Graficos", "Graficos: Desenha MMA, repetibilidade, matching score e recall x 1-precisao de uma tabela\n"},
+  const std::pair<std::vector<std::string>, const char*> usos[] = {
+      {{"Varre", "x"}, "Varre: Mede detectores x descritores x casamentos em todos os pares 1-k de um dataset\n"},
+      {{"VarreJunta"}, "VarreJunta: Junta as fatias de uma varredura (Varre shard=i/n) nas tabelas de uma so\n"},
+      {{"VarreJunta", "x", "y"}, "VarreJunta: Junta as fatias de uma varredura (Varre shard=i/n) nas tabelas de uma so\n"},
+      {{"SeqSint", "x"},
+       "SeqSint: Gera sequencia sintetica (img1.png..imgN.png, H1to2p..H1toNp) a partir de uma imagem\n"},
+      {{"Graficos", "x"}, "Graficos: Desenha MMA, repetibilidade, matching score e recall x 1-precisao de uma tabela\n"},
   };
-  for (const auto& [ferramenta, primeira] : usos) {
-    const teste::Execucao e = teste::roda({ferramenta, "x"});
+  for (const auto& [args, primeira] : usos) {
+    const teste::Execucao e = teste::roda(args);
     EXPECT_EQ(e.status, 1);
     EXPECT_EQ(e.out.substr(0, e.out.find('\n') + 1), primeira);
     EXPECT_EQ(e.err, "Erro: Numero de argumentos invalido\n");
