@@ -244,6 +244,20 @@ TEST(Varre, FatiasJuntadasDaoAMesmaTabela) {
   // Run again, a shard resumes: nothing left to compute.
   EXPECT_NE(fatia("f", "4/5").out.find("(3 unidades, 0 calculadas agora)"), std::string::npos);
 
+  // The three merged tables replace the old ones together or not at all: a
+  // file-size limit stops one of them, and the others stay old too.
+  const char* const juntas[] = {"/resultados.csv", "/tempos.csv", "/curvas.csv"};
+  for (const char* t : juntas) teste::escreveTexto(p / "f" + t, "velho\n");
+  {
+    teste::Processo limitado({"prlimit", "--fsize=4096", "--", QUIVELAR_BIN, "VarreJunta", "f"}, p.caminho());
+    ASSERT_TRUE(limitado.espera(60));
+    const teste::Execucao e = limitado.fim();
+    EXPECT_EQ(e.status, 1);
+    EXPECT_EQ(e.err.rfind("Erro: falha ao gravar f/", 0), 0u) << e.err;
+    EXPECT_NE(e.err.find(".csv: limite de tamanho de arquivo atingido\n"), std::string::npos) << e.err;
+    for (const char* t : juntas) EXPECT_EQ(teste::leTexto(p / "f" + t), "velho\n") << t;
+  }
+
   const teste::Execucao j = teste::roda({"VarreJunta", "f"}, p.caminho());
   ASSERT_EQ(j.status, 0) << j.err;
   for (const char* t : {"/resultados.csv", "/curvas.csv"})
