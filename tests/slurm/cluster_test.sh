@@ -53,6 +53,7 @@ t1=$(agora)
 
 # The whole array and its merge.
 read -r vetor junta < <("$raiz/scripts/slurm/submete" 4 ds o4 "${opcoes[@]}")
+[ -n "$junta" ] || falha "submete falhou"
 espera "$junta"
 t2=$(agora)
 [ "$(estado "$junta")" = COMPLETED ] || falha "a juncao $junta terminou $(estado "$junta")"
@@ -61,13 +62,15 @@ echo "sem fatias, um processo: $(segundos "$t0" "$t1") s; 4 fatias no Slurm com 
 
 # Shard 3 cancelled while it runs: the merge never starts and refuses by hand.
 read -r vetor junta < <("$raiz/scripts/slurm/submete" 4 ds oc "${opcoes[@]}")
+[ -n "$junta" ] || falha "submete falhou"
 for _ in $(seq 600); do
-  case "$(squeue -h -j "${vetor}_3" -o %T 2>/dev/null)" in
+  case "$(estado "${vetor}_3")" in
     RUNNING) break ;;
     PENDING|CONFIGURING|"") sleep 0.05 ;;
+    *) falha "a tarefa ${vetor}_3 terminou $(estado "${vetor}_3") antes de ser cancelada" ;;
   esac
 done
-scancel "${vetor}_3"
+scancel "${vetor}_3" || true
 espera "$vetor"
 [ "$(estado "${vetor}_3")" = CANCELLED ] || falha "a tarefa ${vetor}_3 nao foi cancelada: $(estado "${vetor}_3")"
 scancel "$junta" 2>/dev/null || true
@@ -78,6 +81,7 @@ grep -qx "Erro: faltam fatias em oc/fatias: 3/4" erro.txt || falha "mensagem: $(
 
 # Shard 3 again alone, then its merge.
 read -r vetor junta < <(TAREFAS=3 "$raiz/scripts/slurm/submete" 4 ds oc "${opcoes[@]}")
+[ -n "$junta" ] || falha "submete falhou"
 espera "$junta"
 [ "$(estado "$junta")" = COMPLETED ] || falha "a juncao $junta terminou $(estado "$junta")"
 iguais oc
