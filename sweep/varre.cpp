@@ -12,10 +12,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 #include <new>
 #include <optional>
-#include <sstream>
 
 namespace sweep {
 
