@@ -4,7 +4,7 @@
 #include "support/argumentos.hpp"
 #include "support/erro.hpp"
 #include "support/memoria.hpp"
-#include "support/numeros.hpp"
+#include "support/relogio.hpp"
 
 #include <opencv2/core.hpp>
 #include <opencv2/core/utils/logger.hpp>

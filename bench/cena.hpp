@@ -2,7 +2,7 @@
 // "the same keypoints" really times the same ones.
 #pragma once
 
-#include "descriptors/frame.hpp"
+#include "features/sift.hpp"
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
 
@@ -31,7 +31,7 @@ inline const cv::Mat_<uchar>& graf(int n) {
 // data/img1.png (retainBest may keep ties beyond 1000: cut to exactly 1000).
 inline const std::vector<cv::KeyPoint>& mil() {
   static const std::vector<cv::KeyPoint> k = [] {
-    std::vector<cv::KeyPoint> r = detectaSift(graf(1));
+    std::vector<cv::KeyPoint> r = features::detectaSift(graf(1));
     cv::KeyPointsFilter::retainBest(r, 1000);
     r.resize(std::min<size_t>(r.size(), 1000));
     return r;
@@ -66,7 +66,7 @@ struct Descritores {
 // many). Keypoints of image b keep their own coordinates.
 inline Descritores sift5000(int a, int b) {
   constexpr int kN = 5000;
-  const cv::Ptr<cv::SIFT> sift = cv::SIFT::create(0, 3, 0.04, 10.0, 1.6);
+  const cv::Ptr<cv::SIFT> sift = features::criaSift();
   Descritores r;
   for (int n : {a, b}) {
     std::vector<cv::KeyPoint> k;

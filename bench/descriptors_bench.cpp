@@ -35,7 +35,7 @@ void descreve(benchmark::State& state, const Descreve& f) {
 }
 
 void BM_Descreve_Sift(benchmark::State& state) {
-  const cv::Ptr<cv::SIFT> sift = cv::SIFT::create(0, 3, 0.04, 10.0, 1.6);
+  const cv::Ptr<cv::SIFT> sift = features::criaSift();
   descreve(state, [&](const cv::Mat_<uchar>& img, std::vector<cv::KeyPoint>& k, cv::Mat& d) {
     sift->compute(img, k, d);
   });

@@ -1,10 +1,10 @@
 // Drawing keypoints and matches: our own rasterisation (keyMyShow, matMyShow)
 // beside OpenCV's drawKeypoints / drawMatches on the same 1000 SIFT keypoints
 // of img1 and img2, and one MatVis frame (canvas copy and two clocks).
-#include "descriptors/frame.hpp"
 #include "display/desenhos.hpp"
+#include "features/sift.hpp"
+#include "support/desenho.hpp"
 #include "support/imagem.hpp"
-#include "support/relogio.hpp"
 
 #include <benchmark/benchmark.h>
 #include <opencv2/features2d.hpp>
@@ -22,7 +22,7 @@ struct Cena {
 };
 
 std::vector<cv::KeyPoint> melhores(const cv::Mat_<uchar>& img, size_t n) {
-  std::vector<cv::KeyPoint> k = detectaSift(img);
+  std::vector<cv::KeyPoint> k = features::detectaSift(img);
   cv::KeyPointsFilter::retainBest(k, static_cast<int>(n));
   k.resize(std::min(k.size(), n));
   return k;
@@ -50,7 +50,7 @@ void porKeyPoint(benchmark::State& state, size_t n) {
 
 void BM_KeyMyShow(benchmark::State& state) {
   const Cena& c = cena();
-  for (auto _ : state) benchmark::DoNotOptimize(tvm::keyMyShow(c.img1, c.k1, 'R', 1.0));
+  for (auto _ : state) benchmark::DoNotOptimize(display::keyMyShow(c.img1, c.k1, 'R', 1.0));
   porKeyPoint(state, c.k1.size());
 }
 BENCHMARK(BM_KeyMyShow)->Unit(benchmark::kMillisecond);
@@ -64,7 +64,7 @@ BENCHMARK(BM_KeyShowOpenCV)->Unit(benchmark::kMillisecond);
 
 void BM_MatMyShow(benchmark::State& state) {
   const Cena& c = cena();
-  for (auto _ : state) benchmark::DoNotOptimize(tvm::matMyShow(c.img1, c.img2, c.matches, c.k1, c.k2, 'R', 4.0));
+  for (auto _ : state) benchmark::DoNotOptimize(display::matMyShow(c.img1, c.img2, c.matches, c.k1, c.k2, 'R', 4.0));
   porKeyPoint(state, c.matches.size());
 }
 BENCHMARK(BM_MatMyShow)->Unit(benchmark::kMillisecond);

@@ -4,9 +4,9 @@
 // counters. Their detect and describe stages are timed with the other
 // detectors and descriptors (keypoints_bench.cpp, descriptors_bench.cpp).
 #include "bench/cena.hpp"
-#include "features/invariancia.hpp"
 #include "features/star.hpp"
 #include "features/surf.hpp"
+#include "tests/common/invariancia.hpp"
 
 #include <opencv2/imgproc.hpp>
 
@@ -16,7 +16,7 @@ namespace {
 
 struct Pior {
   double repeticao = 1, coerente = 1, descritor = 1;
-  void junta(const features::Repeticao& r, double d) {
+  void junta(const teste::Repeticao& r, double d) {
     repeticao = std::min(repeticao, r.razao());
     coerente = std::min(coerente, r.razaoCoerente());
     descritor = std::min(descritor, d);
@@ -29,7 +29,7 @@ void BM_SurfInvariancia(benchmark::State& st) {
   const features::SURF surf;
   Pior rot, esc;
   for (auto _ : st) {
-    const features::Invariancia inv(
+    const teste::Invariancia inv(
         [&surf](const cv::Mat& i, const cv::Mat& m, std::vector<cv::KeyPoint>& k) { surf.detect(i, k, m); },
         cena::graf(1));
     for (int graus = 0; graus < 360; graus += 15) rot.junta(inv.rotacao(graus), inv.descritorRotacao(surf, graus));
@@ -49,7 +49,7 @@ void BM_StarInvariancia(benchmark::State& st) {
   const features::StarDetector star(64, 10, 10, 8, 5);
   double pior = 1;
   for (auto _ : st) {
-    const features::Invariancia inv(
+    const teste::Invariancia inv(
         [&star](const cv::Mat& i, const cv::Mat& m, std::vector<cv::KeyPoint>& k) { star.detect(i, k, m); },
         cena::graf(1));
     for (int graus = 0; graus < 360; graus += 15) pior = std::min(pior, inv.rotacao(graus).razao());

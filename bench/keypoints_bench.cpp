@@ -18,7 +18,7 @@ void contaKeypoints(benchmark::State& state, size_t n) { state.counters["keypoin
 void BM_DetectaSift(benchmark::State& state) {
   const cv::Mat_<uchar>& img = graf(static_cast<int>(state.range(0)));
   size_t n = 0;
-  for (auto _ : state) n = keypoints::detectaSift(img).size();
+  for (auto _ : state) n = features::detectaSift(img).size();
   contaKeypoints(state, n);
 }
 BENCHMARK(BM_DetectaSift)->ArgName("img")->Arg(1)->Arg(3)->Unit(benchmark::kMillisecond);
@@ -63,7 +63,7 @@ BENCHMARK(BM_GeraPares)->Arg(1000)->Arg(100000)->Unit(benchmark::kMillisecond);
 // Sort, filter and cut, as KeyGrande does, on SIFT's keypoints of img1.
 void BM_SelecionaGrandes(benchmark::State& state) {
   const cv::Mat_<uchar>& img = graf(1);
-  const std::vector<cv::KeyPoint> detectados = keypoints::detectaSift(img);
+  const std::vector<cv::KeyPoint> detectados = features::detectaSift(img);
   for (auto _ : state) {
     std::vector<cv::KeyPoint> k = detectados;
     keypoints::ordenaPorTamanho(k);

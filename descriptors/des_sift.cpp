@@ -4,6 +4,7 @@
 #include "descriptors/frame.hpp"
 #include "descriptors/patch.hpp"
 #include "descriptors/tools.hpp"
+#include "features/sift.hpp"
 #include "features/surf.hpp"
 #include "formats/stores.hpp"
 #include "support/erro.hpp"
@@ -24,8 +25,6 @@ void mostraContagem(const std::vector<cv::KeyPoint>& keypoints) {
   std::printf("KeyPoints k=%u\n", static_cast<unsigned>(keypoints.size()));
   for (size_t i = 0; i < keypoints.size(); ++i) validaKeyPoint(keypoints[i], i);
 }
-
-cv::Ptr<cv::SIFT> novoSift() { return cv::SIFT::create(0, 3, 0.04, 10.0, 1.6); }
 
 // What OpenCV's SIFT needs of given keypoints and does not check itself: below
 // 4 pixels a side it corrupts its heap; its window radius (about 5.3 x size)
@@ -52,12 +51,12 @@ void DesSift(int argc, char** argv) {
   if (argc != 3 && argc != 4) tvm::falhaUso({"DesSift a.pgm DesA.xml [KeyA.xml]"});
   cv::Mat_<uchar> image;
   tvm::le(image, argv[1]);
-  std::vector<cv::KeyPoint> keypoints = argc == 4 ? formats::leKeyPoints(argv[3]) : detectaSift(image);
+  std::vector<cv::KeyPoint> keypoints = argc == 4 ? formats::leKeyPoints(argv[3]) : features::detectaSift(image);
   mostraContagem(keypoints);
   verificaParaSift(image, keypoints, argv[1]);
   const size_t dados = keypoints.size();
   cv::Mat descriptors;
-  novoSift()->compute(image, keypoints, descriptors);
+  features::criaSift()->compute(image, keypoints, descriptors);
   formats::impDescritores(argv[2], keypoints, descriptors);
   avisaStore(argv[2], dados, descriptors);
 }

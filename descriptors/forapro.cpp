@@ -154,12 +154,6 @@ Forapro::Forapro(int nrad, int ncir, int raio, bool radang, bool radmag, bool ci
   lado_ = 2 * raio + 1;
   descriptorSize_ = (radang ? nrad - 1 : 0) + (radmag ? nrad : 0) + (cirvet ? 2 * ncir : 0);
 
-  pesos_[0] = 0.0;
-  for (int i = 2; i <= nrad; ++i) pesos_[0] += 1.0 / i;
-  pesos_[4] = 2.0 * (nrad - 1) + (2.0 * ncir - 1);
-  pesos_[1] = pesos_[2] = (nrad - 1) / pesos_[4];
-  pesos_[3] = (2.0 * ncir - 1) / pesos_[4];
-
   const int dims[3] = {nrad + ncir, lado_, lado_};
   kernels_.create(3, dims, CV_32FC2);
   for (int s = 0; s < nrad; ++s) kernelRadial(slice(kernels_, s), s + 1, raio);
@@ -202,18 +196,9 @@ void Forapro::linha(const cv::Mat_<uchar>& image, const cv::KeyPoint& k, float* 
   grupos(r.resp, saida);
 }
 
-void Forapro::computeOne(const cv::Mat_<uchar>& image, const cv::KeyPoint& k, cv::Mat row) const {
-  CV_Assert(row.type() == CV_32F && row.total() == static_cast<size_t>(descriptorSize_) && row.isContinuous());
-  validaKeyPoint(k, 0);
-  Rascunho r;
-  linha(image, k, row.ptr<float>(), r);
-}
-
 void Forapro::compute(const cv::Mat_<uchar>& image, const std::vector<cv::KeyPoint>& keypoints,
                       cv::Mat& descriptors) const {
-  for (size_t i = 0; i < keypoints.size(); ++i) validaKeyPoint(keypoints[i], i);
-  const int n = static_cast<int>(keypoints.size());
-  descriptors.create(n, descriptorSize_, CV_32F);
+  preparaLinhas(keypoints, descriptors);
   if (descriptorSize_ == 0) return;  // every group switched off: rows of nothing
-  paraCadaLinha<Rascunho>(n, [&](int i, Rascunho& r) { linha(image, keypoints[i], descriptors.ptr<float>(i), r); });
+  paraCadaLinha<Rascunho>(static_cast<int>(keypoints.size()), [&](int i, Rascunho& r) { linha(image, keypoints[i], descriptors.ptr<float>(i), r); });
 }

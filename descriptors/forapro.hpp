@@ -19,9 +19,10 @@
 // angle is never read.
 #pragma once
 
+#include "descriptors/descritor.hpp"
+
 #include <opencv2/core.hpp>
 
-#include <array>
 #include <vector>
 
 // Plane i of a three-dimensional matrix as a two-dimensional header on the
@@ -34,7 +35,7 @@ cv::Mat slice(const cv::Mat& m, int i);
 // conjugation, accumulated in single precision row by row, left to right.
 void convqux(const cv::Mat_<uchar>& patch, const cv::Mat& kernels, cv::Mat& resp);
 
-class Forapro {
+class Forapro : public Descritor {
  public:
   // Bound on the kernel stack, (nrad + ncir) * lado * lado complex values.
   static constexpr long long maxElementosKernels = 1LL << 24;
@@ -42,27 +43,17 @@ class Forapro {
   // Stops on nrad < 1, ncir < 0, raio < 0 or a kernel stack beyond the bound.
   Forapro(int nrad = 4, int ncir = 4, int raio = 40, bool radang = true, bool radmag = true, bool cirvet = true);
 
-  int descriptorSize() const { return descriptorSize_; }
+  int descriptorSize() const override { return descriptorSize_; }
   int lado() const { return lado_; }
   // Planes 0..nrad-1: radial kernels of orders 1..nrad; then the circular
   // kernels of frequencies 1..ncir.
   const cv::Mat& kernels() const { return kernels_; }
-  // Weights of the three groups for a consumer that wants to balance them:
-  // [0] 1/2 + ... + 1/nrad, [4] 2 (nrad - 1) + 2 ncir - 1, [1] = [2] =
-  // (nrad - 1) / [4], [3] = (2 ncir - 1) / [4]. The descriptor does not use them.
-  const std::array<double, 5>& pesos() const { return pesos_; }
 
   // The groups of one response stack (nrad + ncir) x 1 x 1 into `saida`.
   void grupos(const cv::Mat& resp, float* saida) const;
 
-  // One row (1 x descriptorSize, CV_32F) for keypoint k.
-  void computeOne(const cv::Mat_<uchar>& image, const cv::KeyPoint& k, cv::Mat row) const;
-
-  // One CV_32F row per keypoint, in order; none is dropped. Stops on a
-  // keypoint that cannot be placed (size not positive, position or size not
-  // finite).
   void compute(const cv::Mat_<uchar>& image, const std::vector<cv::KeyPoint>& keypoints,
-               cv::Mat& descriptors) const;
+               cv::Mat& descriptors) const override;
 
  private:
   struct Rascunho {
@@ -75,6 +66,5 @@ class Forapro {
   int nrad_, ncir_, raio_, lado_;
   bool radang_, radmag_, cirvet_;
   int descriptorSize_;
-  std::array<double, 5> pesos_;
   cv::Mat kernels_;
 };

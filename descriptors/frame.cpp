@@ -1,21 +1,14 @@
 #include "descriptors/frame.hpp"
 
+#include "features/sift.hpp"
 #include "formats/stores.hpp"
 #include "support/aviso.hpp"
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
 
-#include <opencv2/features2d.hpp>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-
-std::vector<cv::KeyPoint> detectaSift(const cv::Mat_<uchar>& image) {
-  std::vector<cv::KeyPoint> keypoints;
-  cv::SIFT::create(0, 3, 0.04, 10.0, 1.6)->detect(image, keypoints, cv::noArray());
-  return keypoints;
-}
 
 size_t linhasRepetidas(const cv::Mat& descriptors) {
   const cv::Mat d = descriptors.isContinuous() ? descriptors : descriptors.clone();
@@ -52,7 +45,7 @@ char** depoisDaSaida(int argc, char** argv) { return argc > 3 ? argv + 3 : nullp
 
 }  // namespace
 
-FrameDescritor::FrameDescritor(int argc, char** argv, std::initializer_list<const char*> uso)
+FrameDescritor::FrameDescritor(int argc, char** argv, const std::vector<const char*>& uso)
     : opcoes_(argc > 3 ? argc - 3 : 0, depoisDaSaida(argc, argv)) {
   if (argc < 3) tvm::falhaUso(uso);
   saida_ = argv[2];
@@ -60,10 +53,10 @@ FrameDescritor::FrameDescritor(int argc, char** argv, std::initializer_list<cons
   semOpcoes_ = argc == 3;
   if (semOpcoes_) return;
   std::string arquivoKeys;
-  if (tvm::seekFileName(opcoes_, "key", arquivoKeys))
+  if (tvm::seekArg(opcoes_, "key", arquivoKeys))
     keypoints_ = formats::leKeyPoints(arquivoKeys);
   else
-    keypoints_ = detectaSift(imagem_);
+    keypoints_ = features::detectaSift(imagem_);
   std::printf("KeyPoints k=%u\n", static_cast<unsigned>(keypoints_.size()));
 }
 

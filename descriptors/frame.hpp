@@ -14,13 +14,8 @@
 
 #include <opencv2/core.hpp>
 
-#include <initializer_list>
 #include <string>
 #include <vector>
-
-// SIFT detection with OpenCV's defaults (0 features, 3 layers, contrast 0.04,
-// edge 10, sigma 1.6) on the whole image.
-std::vector<cv::KeyPoint> detectaSift(const cv::Mat_<uchar>& image);
 
 // Rows of `descriptors` equal, byte for byte, to some other row. Many of
 // them mean regions too small or too flat for the descriptor to tell apart.
@@ -36,7 +31,7 @@ class FrameDescritor {
   // Checks the word count (at least 3; otherwise prints `uso` and stops),
   // reads the image and, when options follow, the keypoints, printing
   // "KeyPoints k=%u".
-  FrameDescritor(int argc, char** argv, std::initializer_list<const char*> uso);
+  FrameDescritor(int argc, char** argv, const std::vector<const char*>& uso);
 
   // The option words after the output name (empty when there are none).
   tvm::ISTR& opcoes() { return opcoes_; }

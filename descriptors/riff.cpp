@@ -1,9 +1,7 @@
 #include "descriptors/riff.hpp"
 
-#include "descriptors/frame.hpp"
 #include "descriptors/paralelo.hpp"
 #include "descriptors/patch.hpp"
-#include "descriptors/tools.hpp"
 #include "support/erro.hpp"
 
 #include <opencv2/imgproc.hpp>
@@ -61,14 +59,6 @@ RIFF::RIFF(int naneis, int larguraAnel) : naneis_(naneis), largura_(larguraAnel)
   regiaoLida_ &= cv::Rect(0, 0, lado_, lado_);
 }
 
-void RIFF::extraiPatch(const cv::Mat_<uchar>& image, const cv::KeyPoint& k, cv::Mat_<uchar>& patch) const {
-  const double s = lado_ / (k.size / q_);
-  cv::Mat_<uchar> bruto;
-  ::extraiPatch(image, mapaPatch(k.pt, s, 0.0, lado_ / 2), s, lado_, bruto);
-  GaussInteiro::Rascunho r;
-  gauss_.suaviza(bruto, cv::Rect(0, 0, lado_, lado_), patch, r);
-}
-
 // Direction 0 is the kernel [1, 0, side/2] on the row, directions 1..3 the
 // differences +1/-1 at opposite neighbours (45k degrees, y up), computed as
 // cv::filter2D into 16 bits would: exact sums, saturated.
@@ -104,30 +94,14 @@ void RIFF::descreve(const cv::Mat_<uchar>& patch, float* linha) const {
 
 void RIFF::compute(const cv::Mat_<uchar>& image, const std::vector<cv::KeyPoint>& keypoints,
                    cv::Mat& descriptors) const {
-  for (size_t i = 0; i < keypoints.size(); ++i) validaKeyPoint(keypoints[i], i);
-  descriptors.create(static_cast<int>(keypoints.size()), descriptorSize(), CV_32F);
+  preparaLinhas(keypoints, descriptors);
   paraCadaLinha<Rascunho>(static_cast<int>(keypoints.size()), [&](int i, Rascunho& r) {
     const cv::KeyPoint& k = keypoints[i];
     const double s = lado_ / (k.size / q_);
-    ::extraiPatch(image, mapaPatch(k.pt, s, 0.0, lado_ / 2), s, lado_, r.bruto);
+    extraiPatch(image, mapaPatch(k.pt, s, 0.0, lado_ / 2), s, lado_, r.bruto);
     // Only the ring pixels and their neighbours are smoothed: the rest of
     // the patch is never read.
     gauss_.suaviza(r.bruto, regiaoLida_, r.patch, r.gauss);
     descreve(r.patch, descriptors.ptr<float>(i));
   });
-}
-
-void DesRiff(int argc, char** argv) {
-  FrameDescritor frame(argc, argv,
-                       {"DesRiff a.pgm DesA.xml [key=KeyA.xml naneis=4 larguraAnel=10]",
-                        "  Se keyA.xml nao for fornecido, usa-se SIFT."});
-  int naneis = 4, larguraAnel = 10;
-  tvm::seekArg(frame.opcoes(), "naneis", naneis);
-  tvm::seekArg(frame.opcoes(), "larguraanel", larguraAnel);
-  frame.verificaResto();
-
-  const RIFF riff(naneis, larguraAnel);
-  cv::Mat descriptors;
-  riff.compute(frame.imagem(), frame.keypoints(), descriptors);
-  frame.grava(descriptors);
 }

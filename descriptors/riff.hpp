@@ -21,13 +21,14 @@
 // the negations of 0..3.
 #pragma once
 
+#include "descriptors/descritor.hpp"
 #include "descriptors/gauss_inteiro.hpp"
 
 #include <opencv2/core.hpp>
 
 #include <vector>
 
-class RIFF {
+class RIFF : public Descritor {
  public:
   static constexpr int niveis = 5;     // quantisation levels per derivative
   static constexpr int ladoGauss = 9;  // side of the smoothing kernel
@@ -36,12 +37,9 @@ class RIFF {
   // naneis N and larguraAnel W must be positive with N * W <= maxRaio.
   RIFF(int naneis = 4, int larguraAnel = 10);
 
-  // One CV_32F row per keypoint, in keypoint order. Stops on a keypoint that
-  // cannot be placed (size not positive, position or size not finite).
-  void compute(const cv::Mat_<uchar>& image, const std::vector<cv::KeyPoint>& keypoints, cv::Mat& descriptors) const;
+  void compute(const cv::Mat_<uchar>& image, const std::vector<cv::KeyPoint>& keypoints,
+               cv::Mat& descriptors) const override;
 
-  // The keypoint's smoothed side x side patch.
-  void extraiPatch(const cv::Mat_<uchar>& image, const cv::KeyPoint& k, cv::Mat_<uchar>& patch) const;
   // Describes a side x side patch into `linha` (descriptorSize() floats).
   // Stops with "Erro riff: tamanho imagem" for a patch of another size.
   void descreve(const cv::Mat_<uchar>& patch, float* linha) const;
@@ -50,7 +48,7 @@ class RIFF {
   // octants 4..7, as the 16-bit filter images would hold it.
   int derivada(const uchar* pixel, int o) const;
 
-  int descriptorSize() const { return 25 * naneis_; }
+  int descriptorSize() const override { return 25 * naneis_; }
   int lado() const { return lado_; }
   // Pixels of the patch in ring k.
   int pixelsNoAnel(int k) const { return contagem_[k]; }
@@ -59,11 +57,12 @@ class RIFF {
   cv::Vec3w lut(int linha, int coluna) const { return lut_(linha, coluna); }
 
  private:
-  // A lut pixel that belongs to a ring, ready for the per-keypoint pass.
+  // Per-worker buffers: the warped patch and its smoothed copy.
   struct Rascunho {
     cv::Mat_<uchar> bruto, patch;
     GaussInteiro::Rascunho gauss;
   };
+  // A lut pixel that belongs to a ring, ready for the per-keypoint pass.
   struct Voto {
     int indice;          // row * side + column
     unsigned char radial, tangencial;  // octants 0..7

@@ -200,19 +200,10 @@ void HogAneis::linha(const cv::Mat_<uchar>& image, const cv::KeyPoint& k, float*
     std::fill(saida, saida + n, 0.0f);
 }
 
-void HogAneis::computeOne(const cv::Mat_<uchar>& image, const cv::KeyPoint& k, cv::Mat row) const {
-  CV_Assert(row.type() == CV_32F && row.rows == 1 && row.cols == descriptorSize_);
-  validaKeyPoint(k, 0);
-  Rascunho r;
-  linha(image, k, row.ptr<float>(), r);
-}
-
 void HogAneis::compute(const cv::Mat_<uchar>& image, const std::vector<cv::KeyPoint>& keypoints,
                        cv::Mat& descriptors) const {
-  for (size_t i = 0; i < keypoints.size(); ++i) validaKeyPoint(keypoints[i], i);
-  const int n = static_cast<int>(keypoints.size());
-  descriptors.create(n, descriptorSize_, CV_32F);
-  paraCadaLinha<Rascunho>(n, [&](int i, Rascunho& r) { linha(image, keypoints[i], descriptors.ptr<float>(i), r); });
+  preparaLinhas(keypoints, descriptors);
+  paraCadaLinha<Rascunho>(static_cast<int>(keypoints.size()), [&](int i, Rascunho& r) { linha(image, keypoints[i], descriptors.ptr<float>(i), r); });
 }
 
 int RIHOG::calculaRaioPix(int naneis, int raio, int nbins, int ngauss) {
@@ -222,8 +213,8 @@ int RIHOG::calculaRaioPix(int naneis, int raio, int nbins, int ngauss) {
 }
 
 RIHOG::RIHOG(int naneis, int raio, int nbins, int ngauss, bool bcinv)
-    : HogAneis(nomesRihog, naneis, calculaRaioPix(naneis, raio, nbins, ngauss), nbins, ngauss, bcinv),
-      larguraAnel_(static_cast<double>(raio) / static_cast<double>(naneis)) {
+    : HogAneis(nomesRihog, naneis, calculaRaioPix(naneis, raio, nbins, ngauss), nbins, ngauss, bcinv) {
+  const double largura = static_cast<double>(raio) / static_cast<double>(naneis);
   tabela_ = cv::Vec2f(0.0f, -1.0f);
   tvm::IMG_<cv::Vec2f> t(tabela_);
   // x right, y up; ring k holds k * largura < d <= (k + 1) * largura, and the
@@ -231,7 +222,7 @@ RIHOG::RIHOG(int naneis, int raio, int nbins, int ngauss, bool bcinv)
   for (int x = -t.cc; x <= t.nc - t.cc - 1; ++x)
     for (int y = -(t.nl - t.lc - 1); y <= t.lc; ++y) {
       const double d = std::sqrt(static_cast<double>(x * x + y * y));
-      const int anel = static_cast<int>(std::ceil(d / larguraAnel_)) - 1;
+      const int anel = static_cast<int>(std::ceil(d / largura)) - 1;
       if (0 <= anel && anel < naneis)
         t(t.lc - y, t.cc + x) = cv::Vec2f(cv::fastAtan2(static_cast<float>(y), static_cast<float>(x)),
                                           static_cast<float>(anel));

@@ -19,6 +19,7 @@
 // first, bin b centred on b * 360 / nbins degrees.
 #pragma once
 
+#include "descriptors/descritor.hpp"
 #include "descriptors/gauss_inteiro.hpp"
 
 #include <opencv2/core.hpp>
@@ -35,16 +36,14 @@ struct NomesHog {
 
 // The machinery both ring layouts share. A derived class only builds the
 // table: it fills tabela_ in its constructor and then calls fechaTabela().
-class HogAneis {
+class HogAneis : public Descritor {
  public:
   // Bounds on the options, so that a mistyped value cannot ask for gigabytes
   // of tables or descriptor rows.
   static constexpr int maxLadoPatch = 2049;
   static constexpr int maxDescritor = 1 << 16;
 
-  virtual ~HogAneis() = default;
-
-  int descriptorSize() const { return descriptorSize_; }
+  int descriptorSize() const override { return descriptorSize_; }
   int naneis() const { return naneis_; }
   int nbins() const { return nbins_; }
   int raioPix() const { return raioPix_; }
@@ -64,14 +63,8 @@ class HogAneis {
   // Ring histogram (naneis x nbins) of a prepared ladoPatch square patch.
   void rihog(const cv::Mat_<uchar>& patch, cv::Mat_<float>& hist) const;
 
-  // One row (1 x descriptorSize, CV_32F) for keypoint k.
-  void computeOne(const cv::Mat_<uchar>& image, const cv::KeyPoint& k, cv::Mat row) const;
-
-  // One CV_32F row per keypoint, in order; none is dropped. Stops on a
-  // keypoint that cannot be placed (size not positive, position or size not
-  // finite).
   void compute(const cv::Mat_<uchar>& image, const std::vector<cv::KeyPoint>& keypoints,
-               cv::Mat& descriptors) const;
+               cv::Mat& descriptors) const override;
 
  protected:
   // Checks the options that both builders share; stops on values that would
@@ -124,11 +117,8 @@ class HogAneis {
 class RIHOG : public HogAneis {
  public:
   RIHOG(int naneis = 5, int raio = 40, int nbins = 20, int ngauss = 37, bool bcinv = true);
-  double larguraAnel() const { return larguraAnel_; }
 
  private:
   // Validates the options, then gives the ring radius in whole pixels.
   static int calculaRaioPix(int naneis, int raio, int nbins, int ngauss);
-
-  double larguraAnel_;
 };

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 namespace {
 
@@ -23,10 +24,11 @@ int RUHOG::raioValido(int naneis, int raio, int nbins, int ngauss) {
 }
 
 RUHOG::RUHOG(int naneis, int raio, int nbins, int ngauss, bool bcinv)
-    : HogAneis(nomesRuhog, naneis, raioValido(naneis, raio, nbins, ngauss), nbins, ngauss, bcinv),
-      escalaRaio_(static_cast<double>(raio) / std::sqrt(static_cast<double>(naneis))) {
-  raios_.resize(naneis);
-  for (int i = 0; i < naneis; ++i) raios_[i] = std::sqrt(static_cast<double>(i + 1)) * escalaRaio_ + tvm::epsilon;
+    : HogAneis(nomesRuhog, naneis, raioValido(naneis, raio, nbins, ngauss), nbins, ngauss, bcinv) {
+  // Outer radius of each ring.
+  const double escala = static_cast<double>(raio) / std::sqrt(static_cast<double>(naneis));
+  std::vector<double> raios(naneis);
+  for (int i = 0; i < naneis; ++i) raios[i] = std::sqrt(static_cast<double>(i + 1)) * escala + tvm::epsilon;
 
   tabela_ = cv::Vec2f(-1.0f, -1.0f);
   tvm::IMG_<cv::Vec2f> t(tabela_);
@@ -35,7 +37,7 @@ RUHOG::RUHOG(int naneis, int raio, int nbins, int ngauss, bool bcinv)
       const double d = std::sqrt(static_cast<double>(x * x + y * y));
       if (d == 0.0) continue;  // the centre has no radial direction
       // First ring whose outer radius reaches d (the radii increase).
-      const int i = static_cast<int>(std::lower_bound(raios_.begin(), raios_.end(), d) - raios_.begin());
+      const int i = static_cast<int>(std::lower_bound(raios.begin(), raios.end(), d) - raios.begin());
       if (i < naneis)
         t(t.lc - y, t.cc + x) =
             cv::Vec2f(cv::fastAtan2(static_cast<float>(y), static_cast<float>(x)), static_cast<float>(i));

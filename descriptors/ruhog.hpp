@@ -5,22 +5,14 @@
 
 #include "descriptors/rihog.hpp"
 
-#include <vector>
-
 // Ring i (0-based) ends at the radius sqrt(i + 1) * raio / sqrt(naneis) plus
 // tvm::epsilon, so a pixel lying exactly on a boundary stays in the inner
 // ring. raio is the outer radius in whole pixels: ladoNucleo = 2 * raio + 1.
 class RUHOG : public HogAneis {
  public:
   RUHOG(int naneis = 5, int raio = 40, int nbins = 20, int ngauss = 37, bool bcinv = true);
-  double escalaRaio() const { return escalaRaio_; }
-  // Outer radius of each ring.
-  const std::vector<double>& raios() const { return raios_; }
 
  private:
   // Validates the options and returns raio.
   static int raioValido(int naneis, int raio, int nbins, int ngauss);
-
-  double escalaRaio_;
-  std::vector<double> raios_;
 };

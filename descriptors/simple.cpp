@@ -1,9 +1,7 @@
 #include "descriptors/simple.hpp"
 
-#include "descriptors/frame.hpp"
 #include "descriptors/paralelo.hpp"
 #include "descriptors/patch.hpp"
-#include "descriptors/tools.hpp"
 #include "support/erro.hpp"
 #include "support/img.hpp"
 #include "support/numeros.hpp"
@@ -92,8 +90,7 @@ void SIMPLE::linhaInplace(const cv::Mat_<uchar>& suave, const cv::KeyPoint& k, f
 
 void SIMPLE::compute(const cv::Mat_<uchar>& image, const std::vector<cv::KeyPoint>& keypoints,
                      cv::Mat& descriptors) const {
-  for (size_t i = 0; i < keypoints.size(); ++i) validaKeyPoint(keypoints[i], i);
-  descriptors.create(static_cast<int>(keypoints.size()), n_, CV_32F);
+  preparaLinhas(keypoints, descriptors);
   if (keypoints.empty()) return;
 
   // Inplace mode smooths the whole image once; copy mode smooths each patch.
@@ -111,28 +108,4 @@ void SIMPLE::compute(const cv::Mat_<uchar>& image, const std::vector<cv::KeyPoin
     cv::Mat_<float> vista(1, n_, linha);
     if (tvm::epsilon > tvm::normal01(vista, 0.0, 1.0)) tvm::erro("Erro: Desvio<epsilon");
   });
-}
-
-void DesSimp(int argc, char** argv) {
-  FrameDescritor frame(argc, argv,
-                       {"DesSimp a.pgm DesA.xml [key=KeyA.xml camadas=6 dgauss=11 modo=i/c]",
-                        "  Se keyA.xml nao for fornecido, usa-se SIFT.",
-                        "  camadas       = 1,  2,  3,  4,  5,   6",
-                        "  descriptorSize= 7, 19, 37, 61, 91, 127",
-                        "  dgauss deve ser impar. tnl=91.",
-                        "  modo=inplace ou copy (default)."});
-  int camadas = 6, dgauss = 11;
-  std::string modo = "c";
-  tvm::seekArg(frame.opcoes(), "camadas", camadas);
-  tvm::seekArg(frame.opcoes(), "dgauss", dgauss);
-  tvm::seekArg(frame.opcoes(), "modo", modo);
-  frame.verificaResto();
-  if (dgauss % 2 != 1) tvm::erro("Erro: dGauss deve ser impar");
-  if (modo.empty()) modo = "c";
-  if (modo[0] != 'c' && modo[0] != 'i') tvm::erro("Erro: modo invalido");
-
-  const SIMPLE simple(modo[0], camadas, dgauss);
-  cv::Mat descriptors;
-  simple.compute(frame.imagem(), frame.keypoints(), descriptors);
-  frame.grava(descriptors);
 }

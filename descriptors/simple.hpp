@@ -16,13 +16,14 @@
 //                the nearest image pixel to where it lands (edges replicated).
 #pragma once
 
+#include "descriptors/descritor.hpp"
 #include "descriptors/gauss_inteiro.hpp"
 
 #include <opencv2/core.hpp>
 
 #include <vector>
 
-class SIMPLE {
+class SIMPLE : public Descritor {
  public:
   static constexpr int tnl = 91;  // side of the canonical patch
   static constexpr int maxCamadas = 89;  // beyond this every ring collapses onto the centre
@@ -33,12 +34,11 @@ class SIMPLE {
   // ring count outside 0..maxCamadas.
   SIMPLE(char modo = 'c', int camadas = 6, int dgauss = 11);
 
-  // One CV_32F row per keypoint, in keypoint order. Stops with
-  // "Erro: Desvio<epsilon" when a row is flat, and on a keypoint that cannot
-  // be placed (size not positive, position or size not finite).
-  void compute(const cv::Mat_<uchar>& image, const std::vector<cv::KeyPoint>& keypoints, cv::Mat& descriptors) const;
+  // Also stops with "Erro: Desvio<epsilon" when a row is flat.
+  void compute(const cv::Mat_<uchar>& image, const std::vector<cv::KeyPoint>& keypoints,
+               cv::Mat& descriptors) const override;
 
-  int descriptorSize() const { return n_; }
+  int descriptorSize() const override { return n_; }
   int espacamento() const { return espacamento_; }
   char modo() const { return modo_; }
   // Pattern points (x right, y up), in row order.

@@ -12,18 +12,44 @@
 
 namespace display {
 
-// KeyShow's mode character: its case bit cleared must be 'R' (rich: circle of
-// the keypoint's size and a radius for its angle) or 'N' (small circle);
-// lower case draws red, upper case a random colour per keypoint. Anything
-// else stops with "Erro: Modo invalido".
-struct EstiloKeyShow {
-  cv::DrawMatchesFlags flags;
-  cv::Scalar cor;
+// KeyShow's mode character, also the drawing code of keyMyShow and
+// matMyShow: its case bit cleared must be 'R' (rich: circle of the keypoint's
+// size and a radius for its angle) or 'N' (plain: a small circle); lower case
+// draws red, upper case one colour per keypoint. Anything else stops with
+// "Erro: Modo invalido".
+struct ModoKeyShow {
+  bool rico;
+  bool multicor;
 };
-EstiloKeyShow estiloKeyShow(char modo);
+ModoKeyShow modoKeyShow(char modo);
 
-// OpenCV's keypoint drawing over the grey image, in colour.
+// OpenCV's keypoint drawing over the grey image, in colour; OpenCV picks the
+// colours of a multicolour mode at random.
 cv::Mat_<cv::Vec3b> desenhaKeyShow(const cv::Mat_<uchar>& img, const std::vector<cv::KeyPoint>& kps, char modo);
+
+// Our own drawings (no OpenCV drawing call), so that every pixel rule is
+// ours and testable. A keypoint (x, y) is drawn at row y, column x.
+// Rich: a clock of radius size/2 * scale and hand at the keypoint's angle
+// (no hand for angle -1, "no orientation"). Plain: a circle of radius
+// 3 * scale. Colours per keypoint come from a fixed palette by index, so the
+// same input always gives the same picture. A scale that is negative or not
+// finite stops with "Erro: fator de escala invalido".
+
+// The grey image in colour with the keypoints drawn over it.
+cv::Mat_<cv::Vec3b> keyMyShow(const cv::Mat_<uchar>& img, const std::vector<cv::KeyPoint>& kps, char code,
+                              double scale);
+
+// a and b side by side (a on the left, top-aligned, white where neither
+// covers); each match draws its two keypoints as keyMyShow does and a line
+// joining their centres. ka[queryIdx] is in a, kb[trainIdx] in b; an index
+// outside its list stops the tool.
+cv::Mat_<cv::Vec3b> matMyShow(const cv::Mat_<uchar>& a, const cv::Mat_<uchar>& b,
+                              const std::vector<cv::DMatch>& matches, const std::vector<cv::KeyPoint>& ka,
+                              const std::vector<cv::KeyPoint>& kb, char code, double scale);
+
+// Colour i of the palette of the multicolour modes: fully saturated hues
+// spread by the golden ratio, never grey.
+cv::Vec3b corPaleta(size_t i);
 
 // OpenCV's match drawing: images side by side, a random colour per match,
 // unmatched keypoints in white.
@@ -44,8 +70,9 @@ struct CasamentoVis {
   size_t indice;  // in file order
   bool correto;
 };
-// The matches that the mode shows, in file order, with their correctness.
-std::vector<CasamentoVis> casamentosVisiveis(const formats::Casamentos& c, const cv::Mat& Hinv, ModoVis modo);
+// The matches that the mode shows, in file order, with their correctness
+// (`certos`, judged with kToleranciaVis).
+std::vector<CasamentoVis> casamentosVisiveis(const std::vector<bool>& certos, ModoVis modo);
 
 // Image 1 on top of image 2, no gap, white where the widths differ, in colour.
 cv::Mat_<cv::Vec3b> telaVis(const cv::Mat_<uchar>& img1, const cv::Mat_<uchar>& img2);

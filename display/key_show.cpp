@@ -4,7 +4,6 @@
 #include "formats/stores.hpp"
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
-#include "support/relogio.hpp"
 
 #include <opencv2/features2d.hpp>
 
@@ -14,20 +13,19 @@
 
 namespace display {
 
-EstiloKeyShow estiloKeyShow(char modo) {
+ModoKeyShow modoKeyShow(char modo) {
   const char base = static_cast<char>(modo & ~0x20);
   if (base != 'N' && base != 'R') tvm::erro("Erro: Modo invalido");
-  EstiloKeyShow e;
-  e.flags = base == 'R' ? cv::DrawMatchesFlags::DRAW_RICH_KEYPOINTS : cv::DrawMatchesFlags::DEFAULT;
-  // Negative components ask OpenCV for a random colour per keypoint.
-  e.cor = (modo & 0x20) != 0 ? cv::Scalar(0, 0, 255) : cv::Scalar::all(-1);
-  return e;
+  return {base == 'R', (modo & 0x20) == 0};
 }
 
 cv::Mat_<cv::Vec3b> desenhaKeyShow(const cv::Mat_<uchar>& img, const std::vector<cv::KeyPoint>& kps, char modo) {
-  const EstiloKeyShow e = estiloKeyShow(modo);
+  const ModoKeyShow m = modoKeyShow(modo);
+  // Negative components ask OpenCV for a random colour per keypoint.
+  const cv::Scalar cor = m.multicor ? cv::Scalar::all(-1) : cv::Scalar(0, 0, 255);
   cv::Mat saida;
-  cv::drawKeypoints(img, kps, saida, e.cor, e.flags);
+  cv::drawKeypoints(img, kps, saida, cor,
+                    m.rico ? cv::DrawMatchesFlags::DRAW_RICH_KEYPOINTS : cv::DrawMatchesFlags::DEFAULT);
   return saida;
 }
 
@@ -65,5 +63,5 @@ void KeyMyShow(int argc, char** argv) {
   cv::Mat_<uchar> img;
   tvm::le(img, argv[1]);
   const std::vector<cv::KeyPoint> kps = formats::leKeyPoints(argv[2]);
-  tvm::imp(tvm::keyMyShow(img, kps, 'R', 1.0), argv[3]);
+  tvm::imp(display::keyMyShow(img, kps, 'R', 1.0), argv[3]);
 }

@@ -4,7 +4,6 @@
 #include "formats/match_file.hpp"
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
-#include "support/relogio.hpp"
 
 #include <opencv2/features2d.hpp>
 
@@ -50,5 +49,5 @@ void MatMyShow(int argc, char** argv) {
     tvm::falhaUso({"MatMyShow: Mostra os casamentos sem chamar funcao OpenCV",
                    "MatMyShow img1.pgm img2.pgm match.txt sai.png"});
   const Entrada e = leEntrada(argv);
-  tvm::imp(tvm::matMyShow(e.img1, e.img2, e.matches, e.k1, e.k2, 'R', 4.0), argv[4]);
+  tvm::imp(display::matMyShow(e.img1, e.img2, e.matches, e.k1, e.k2, 'R', 4.0), argv[4]);
 }

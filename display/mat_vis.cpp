@@ -56,9 +56,7 @@ void MatVis(int argc, char** argv) {
   tvm::le(img1, argv[1]);
   tvm::le(img2, argv[2]);
   const formats::Casamentos casamentos = formats::leCasamentos(argv[3]);
-  cv::Mat H;
-  formats::leMat33(H, argv[4]);
-  const cv::Mat Hinv = formats::inversa(H);
+  const std::vector<bool> certos = formats::julgaComArquivo(casamentos, argv[4], display::kToleranciaVis);
   const display::ModoVis modo = display::modoVis(argc == 6 ? argv[5] : "t");
 
   exigeTela();
@@ -67,7 +65,7 @@ void MatVis(int argc, char** argv) {
   const auto fecha = tvm::funcaoPlugin<FechaJanelas>(kPluginJanela, "quivelarFechaJanelas");
   abre(kJanela);
   const cv::Mat_<cv::Vec3b> tela = display::telaVis(img1, img2);
-  for (const display::CasamentoVis& v : display::casamentosVisiveis(casamentos, Hinv, modo)) {
+  for (const display::CasamentoVis& v : display::casamentosVisiveis(certos, modo)) {
     const cv::Mat quadro = display::quadroVis(tela, img1.rows, casamentos.keypoints1[v.indice],
                                               casamentos.keypoints2[v.indice], v.correto);
     const int tecla = mostra(kJanela, &quadro);

@@ -2,7 +2,7 @@
 
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
-#include "support/relogio.hpp"
+#include "support/desenho.hpp"
 
 #include <cctype>
 
@@ -25,8 +25,7 @@ ModoVis modoVis(const std::string& palavra) {
   }
 }
 
-std::vector<CasamentoVis> casamentosVisiveis(const formats::Casamentos& c, const cv::Mat& Hinv, ModoVis modo) {
-  const std::vector<bool> certos = formats::julga(Hinv, c, kToleranciaVis);
+std::vector<CasamentoVis> casamentosVisiveis(const std::vector<bool>& certos, ModoVis modo) {
   std::vector<CasamentoVis> visiveis;
   for (size_t i = 0; i < certos.size(); ++i) {
     if (modo == ModoVis::acertos && !certos[i]) continue;

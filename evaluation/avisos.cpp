@@ -62,4 +62,11 @@ std::vector<bool> julgaEAvisa(const cv::Mat& H, const formats::Casamentos& casam
   return certos;
 }
 
+std::vector<bool> julgaArquivoEAvisa(const formats::Casamentos& casamentos, const std::string& arquivoMat,
+                                     double dist) {
+  cv::Mat H;
+  formats::leMat33(H, arquivoMat);
+  return julgaEAvisa(H, casamentos, dist, arquivoMat);
+}
+
 }  // namespace evaluation

@@ -31,5 +31,9 @@ bool rocNaJanela(const std::vector<PontoROC>& pontos);
 // does, and prints the warnings above on stderr.
 std::vector<bool> julgaEAvisa(const cv::Mat& H, const formats::Casamentos& casamentos, double dist,
                               const std::string& arquivoMat);
+// The same with H read from the transform file `arquivoMat`: the step every
+// tool that scores a match file shares.
+std::vector<bool> julgaArquivoEAvisa(const formats::Casamentos& casamentos, const std::string& arquivoMat,
+                                     double dist);
 
 }  // namespace evaluation

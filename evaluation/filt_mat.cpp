@@ -16,9 +16,7 @@ void FiltMat(int argc, char** argv) {
   const formats::Casamentos casamentos = formats::leCasamentos(argv[1]);
   double dist = 15.0;
   if (argc >= 4) tvm::convArg(dist, argv[3]);
-  cv::Mat H;
-  formats::leMat33(H, argv[2]);
-  const std::vector<bool> certos = evaluation::julgaEAvisa(H, casamentos, dist, argv[2]);
+  const std::vector<bool> certos = evaluation::julgaArquivoEAvisa(casamentos, argv[2], dist);
 
   int acertos = 0;
   for (bool c : certos) acertos += c;

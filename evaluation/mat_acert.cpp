@@ -1,9 +1,7 @@
-#include "evaluation/avisos.hpp"
 #include "evaluation/curvas.hpp"
 #include "evaluation/opcoes.hpp"
 #include "evaluation/tools.hpp"
 
-#include "formats/transform.hpp"
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
 
@@ -13,14 +11,9 @@ void MatAcert(int argc, char** argv) {
                    "MatAcert match.txt mat33.txt saida.png [dist=val | cor=b,g,r | eixox=a/r]",
                    "  Acerto: quando distancia(inv(mat33)*k2,k1)<=dist", "  dist default = 15",
                    "  eixox=a: acceptance. eixox=r: rejection."});
-  const formats::Casamentos casamentos = formats::leCasamentos(argv[1]);
-  const evaluation::OpcoesAvaliacao op =
-      evaluation::leOpcoes(argc - 4, argv + 4, evaluation::kDist | evaluation::kCor | evaluation::kEixox);
-  cv::Mat H;
-  formats::leMat33(H, argv[2]);
-  const std::vector<bool> certos = evaluation::julgaEAvisa(H, casamentos, op.dist, argv[2]);
-
+  using namespace evaluation;
+  const Avaliacao a = leAvaliacao(argc, argv, kDist | kCor | kEixox);
   cv::Mat_<cv::Vec3b> img;
-  evaluation::curvaAccRej(evaluation::taxasAcerto(certos), img, 4, op.cor, op.eixox);
+  curvaAccRej(taxasAcerto(a.certos), img, 4, a.opcoes.cor, a.opcoes.eixox);
   tvm::imp(img, argv[3]);
 }

@@ -1,9 +1,7 @@
-#include "evaluation/avisos.hpp"
 #include "evaluation/curvas.hpp"
 #include "evaluation/opcoes.hpp"
 #include "evaluation/tools.hpp"
 
-#include "formats/transform.hpp"
 #include "support/arquivos.hpp"
 #include "support/erro.hpp"
 
@@ -13,14 +11,10 @@ void Matlab(int argc, char** argv) {
     tvm::falhaUso({"Matlab: Exporta arquivo Matlab para tracar ROC, tendo matriz 3x3",
                    "Matlab match.txt mat33.txt saida.mat [dist=val]",
                    "  Acerto: quando distancia(inv(mat33)*k2,k1)<=dist", "  dist default = 15"});
-  const formats::Casamentos casamentos = formats::leCasamentos(argv[1]);
-  const evaluation::OpcoesAvaliacao op = evaluation::leOpcoes(argc - 4, argv + 4, evaluation::kDist);
-  cv::Mat H;
-  formats::leMat33(H, argv[2]);
-  const std::vector<bool> certos = evaluation::julgaEAvisa(H, casamentos, op.dist, argv[2]);
+  const evaluation::Avaliacao a = evaluation::leAvaliacao(argc, argv, evaluation::kDist);
 
   const std::string nome = argv[3];
   tvm::SaidaSegura saida(nome, "Erro abertura ");
-  saida.escreve(evaluation::linhaMatlab(certos));
+  saida.escreve(evaluation::linhaMatlab(a.certos));
   saida.confirma();
 }

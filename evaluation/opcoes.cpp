@@ -1,5 +1,7 @@
 #include "evaluation/opcoes.hpp"
 
+#include "evaluation/avisos.hpp"
+
 #include "support/argumentos.hpp"
 #include "support/erro.hpp"
 
@@ -29,6 +31,14 @@ OpcoesAvaliacao leOpcoes(int n, char** palavras, int chaves) {
     }
   }
   return op;
+}
+
+Avaliacao leAvaliacao(int argc, char** argv, int chaves) {
+  Avaliacao a;
+  a.casamentos = formats::leCasamentos(argv[1]);
+  a.opcoes = leOpcoes(argc - 4, argv + 4, chaves);
+  a.certos = julgaArquivoEAvisa(a.casamentos, argv[2], a.opcoes.dist);
+  return a;
 }
 
 }  // namespace evaluation

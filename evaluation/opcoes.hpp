@@ -2,9 +2,12 @@
 // three positional arguments, read token by token until "eof".
 #pragma once
 
+#include "formats/transform.hpp"
+
 #include <opencv2/core.hpp>
 
 #include <string>
+#include <vector>
 
 namespace evaluation {
 
@@ -20,5 +23,15 @@ struct OpcoesAvaliacao {
 enum ChaveOpcao { kDist = 1, kCor = 2, kArquivo = 4, kEixox = 8 };
 
 OpcoesAvaliacao leOpcoes(int n, char** palavras, int chaves);
+
+// What MatROC, MatAcert and Matlab start from.
+struct Avaliacao {
+  formats::Casamentos casamentos;
+  OpcoesAvaliacao opcoes;
+  std::vector<bool> certos;  // per match, in file order
+};
+// `match.txt mat33.txt saida [options]`: argv[1] the match file, argv[4] on
+// the options of `chaves`, argv[2] the transform, read in that order.
+Avaliacao leAvaliacao(int argc, char** argv, int chaves);
 
 }  // namespace evaluation

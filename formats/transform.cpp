@@ -49,4 +49,10 @@ std::vector<bool> julga(const cv::Mat& Hinv, const Casamentos& casamentos, doubl
   return certos;
 }
 
+std::vector<bool> julgaComArquivo(const Casamentos& casamentos, const std::string& transformFile, double dist) {
+  cv::Mat H;
+  leMat33(H, transformFile);
+  return julga(inversa(H), casamentos, dist);
+}
+
 }  // namespace formats

@@ -35,5 +35,9 @@ struct Casamentos {
 Casamentos leCasamentos(const std::string& matchFile);
 // Correctness of every match, in file order.
 std::vector<bool> julga(const cv::Mat& Hinv, const Casamentos& casamentos, double dist);
+// The same against the transform file `transformFile` (H from image 1 to
+// image 2): read, inverted, then every match judged within `dist` pixels.
+// The step every tool that scores a match file shares.
+std::vector<bool> julgaComArquivo(const Casamentos& casamentos, const std::string& transformFile, double dist);
 
 }  // namespace formats

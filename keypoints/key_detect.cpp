@@ -2,6 +2,7 @@
 // own detectors, are in key_surf_star.cpp.
 #include "keypoints/key_detect.hpp"
 
+#include "features/sift.hpp"
 #include "formats/stores.hpp"
 #include "keypoints/tools.hpp"
 #include "support/argumentos.hpp"
@@ -17,12 +18,6 @@
 #include <string>
 
 namespace keypoints {
-
-std::vector<cv::KeyPoint> detectaSift(const cv::Mat_<uchar>& img, int nfeatures, int nOctaveLayers) {
-  std::vector<cv::KeyPoint> keypoints;
-  cv::SIFT::create(nfeatures, nOctaveLayers, 0.04, 10.0, 1.6)->detect(img, keypoints, cv::noArray());
-  return keypoints;
-}
 
 std::vector<cv::KeyPoint> detectaFast(const cv::Mat_<uchar>& img, int threshold) {
   std::vector<cv::KeyPoint> keypoints;
@@ -65,7 +60,7 @@ void KeySift(int argc, char** argv) {
     if (nOctaveLayers > kMaxCamadasSift) tvm::erro("Erro: numero de camadas invalido ", argv[4]);
   }
 
-  const std::vector<cv::KeyPoint> keypoints = keypoints::detectaSift(img, nfeatures, nOctaveLayers);
+  const std::vector<cv::KeyPoint> keypoints = features::detectaSift(img, nfeatures, nOctaveLayers);
   std::printf("KeyPoints k=%u\n", static_cast<unsigned>(keypoints.size()));
   formats::impKeyPoints(argv[2], keypoints);
   tvm::avisaSeVazio(keypoints.size(), argv[2]);

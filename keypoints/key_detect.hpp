@@ -1,5 +1,5 @@
-// The detectors behind KeySift, KeySurf, KeyFast and KeyStar, configured as
-// the tools configure them.
+// The detectors behind KeySurf, KeyFast and KeyStar, configured as the tools
+// configure them (KeySift's SIFT is features/sift.hpp).
 //
 // The tools' optional numbers do not mean what their usage lines announce,
 // and scripts depend on what they do mean:
@@ -18,10 +18,6 @@
 #include <vector>
 
 namespace keypoints {
-
-// OpenCV's SIFT(nfeatures, nOctaveLayers, 0.04, 10.0, 1.6); nfeatures 0
-// keeps every feature.
-std::vector<cv::KeyPoint> detectaSift(const cv::Mat_<uchar>& img, int nfeatures = 0, int nOctaveLayers = 3);
 
 // OpenCV's FAST (9 of 16) with non-maximum suppression.
 std::vector<cv::KeyPoint> detectaFast(const cv::Mat_<uchar>& img, int threshold = 10);

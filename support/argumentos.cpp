@@ -114,10 +114,6 @@ bool seekArg(ISTR& in, const std::string& key, std::string& value) {
   return true;
 }
 
-bool seekFileName(ISTR& in, const std::string& key, std::string& value) {
-  return seekArg(in, key, value);
-}
-
 std::string leStr(ISTR& in) {
   const int i = in.proximo();
   if (i < 0) return "eof";

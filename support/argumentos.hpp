@@ -6,7 +6,7 @@
 //   "ratio=0.8"   -> "ratio" "0.8"
 //   "cor=0,0,255" -> "cor" "0" "0" "255"
 //   "modo="       -> "modo" ""          (an empty value stays a token)
-// Look-ups (seekArg, seekFileName) and reads (leStr, leNum, leFileName)
+// Look-ups (seekArg) and reads (leStr, leNum, leFileName)
 // consume tokens; resto() is the text of the tokens nobody consumed, empty
 // exactly when all were, so a tool can reject unknown or repeated options.
 #pragma once
@@ -43,9 +43,8 @@ class ISTR {
 bool seekArg(ISTR& in, const std::string& key, int& value);
 bool seekArg(ISTR& in, const std::string& key, double& value);
 bool seekArg(ISTR& in, const std::string& key, bool& value);
+// A text value, file names included, keeps its letter case.
 bool seekArg(ISTR& in, const std::string& key, std::string& value);
-// As seekArg for a file name: the value keeps its letter case.
-bool seekFileName(ISTR& in, const std::string& key, std::string& value);
 
 // Next unconsumed token, consumed; "eof" when none is left.
 std::string leStr(ISTR& in);

@@ -8,6 +8,8 @@ namespace tvm {
 
 namespace {
 
+constexpr int kLimitePixel = 1 << 28;
+
 struct Caneta {
   int row = 0;
   int col = 0;
@@ -50,7 +52,63 @@ void pinta(cv::Mat_<cv::Vec3b>& img, int row, int col, cv::Vec3b colour, int wid
     for (int c = std::max(0, col - antes); c <= std::min(img.cols - 1, col + depois); ++c) img(r, c) = colour;
 }
 
+// Horizontal run of pixels [c1, c2] on row r, clipped.
+void corrida(cv::Mat_<cv::Vec3b>& img, int r, long long c1, long long c2, cv::Vec3b colour) {
+  c1 = std::max(c1, 0LL);
+  c2 = std::min(c2, static_cast<long long>(img.cols) - 1);
+  cv::Vec3b* linha = img[r];
+  for (long long c = c1; c <= c2; ++c) linha[c] = colour;
+}
+
+// Smallest d >= 0 with d*d >= limite (limite > 0).
+long long menorRaizAcima(double limite) {
+  long long d = static_cast<long long>(std::ceil(std::sqrt(limite)));
+  // sqrt may be one off near perfect squares; two steps settle it.
+  for (int k = 0; k < 2 && d > 0 && static_cast<double>(d - 1) * (d - 1) >= limite; ++k) --d;
+  for (int k = 0; k < 2 && static_cast<double>(d) * d < limite; ++k) ++d;
+  return d;
+}
+
 }  // namespace
+
+int pixel(double v) {
+  if (std::isnan(v)) return 0;
+  return cvRound(std::clamp(v, -static_cast<double>(kLimitePixel), static_cast<double>(kLimitePixel)));
+}
+
+void circulo(cv::Mat_<cv::Vec3b>& img, int row, int col, int radius, cv::Vec3b colour, int width) {
+  if (img.empty() || radius < 0) return;
+  width = std::max(1, width);
+  const double fora = radius + width / 2.0;                   // excluded
+  const double dentro = std::max(0.0, radius - width / 2.0);  // included
+  const long long alcance = static_cast<long long>(std::ceil(fora));
+  const long long r0 = std::max(0LL, static_cast<long long>(row) - alcance);
+  const long long r1 = std::min(static_cast<long long>(img.rows) - 1, static_cast<long long>(row) + alcance);
+  for (long long r = r0; r <= r1; ++r) {
+    const double dy = static_cast<double>(r - row);
+    const double restoFora = fora * fora - dy * dy;
+    if (restoFora <= 0) continue;
+    const long long dxMax = menorRaizAcima(restoFora) - 1;  // dx*dx < restoFora
+    const double restoDentro = dentro * dentro - dy * dy;
+    const long long dxMin = restoDentro > 0 ? menorRaizAcima(restoDentro) : 0;  // dx*dx >= restoDentro
+    if (dxMin > dxMax) continue;
+    const int linha = static_cast<int>(r);
+    if (dxMin == 0) {
+      corrida(img, linha, col - dxMax, col + dxMax, colour);
+    } else {
+      corrida(img, linha, col - dxMax, col - dxMin, colour);
+      corrida(img, linha, col + dxMin, col + dxMax, colour);
+    }
+  }
+}
+
+void relogioCircular(cv::Mat_<cv::Vec3b>& img, int row, int col, int radius, double angle, cv::Vec3b colour,
+                     int width) {
+  circulo(img, row, col, radius, colour, width);
+  if (!std::isfinite(angle) || radius < 0) return;
+  const double theta = angle * CV_PI / 180.0;
+  reta(img, row, col, row + pixel(radius * std::sin(theta)), col + pixel(radius * std::cos(theta)), colour, width);
+}
 
 void reta(cv::Mat_<cv::Vec3b>& img, int row1, int col1, int row2, int col2, cv::Vec3b colour, int width) {
   if (img.empty()) return;

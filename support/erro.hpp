@@ -9,6 +9,7 @@
 #include <initializer_list>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace tvm {
 
@@ -24,5 +25,6 @@ class Erro : public std::runtime_error {
 // A tool called with the wrong number of words: prints its usage lines on
 // stdout, one puts each, then stops with "Erro: Numero de argumentos invalido".
 [[noreturn]] void falhaUso(std::initializer_list<const char*> linhas);
+[[noreturn]] void falhaUso(const std::vector<const char*>& linhas);
 
 }  // namespace tvm

@@ -1,7 +1,6 @@
 #include "support/numeros.hpp"
 
 #include <cctype>
-#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <cerrno>
@@ -93,11 +92,6 @@ double normal01(cv::Mat_<float>& m, double a, double b) {
   const double fator = b / desvio;
   for (float& v : m) v = static_cast<float>((v - media) * fator + a);
   return desvio;
-}
-
-int centseg() {
-  using namespace std::chrono;
-  return static_cast<int>(duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count() / 10);
 }
 
 }  // namespace tvm

@@ -1,5 +1,5 @@
 // Numbers: the library's constants, strict text conversions, numbers read from
-// text files, patch normalisation, the shared random generator and the clock.
+// text files, patch normalisation and the shared random generator.
 #pragma once
 
 #include <opencv2/core.hpp>
@@ -45,8 +45,5 @@ class RANDOM {
 };
 
 extern RANDOM myrandom;
-
-// Monotonic wall clock in hundredths of a second; only differences matter.
-int centseg();
 
 }  // namespace tvm

@@ -1,9 +1,9 @@
 // Drawings of the display tools, in-process: our own rasterisation, the
 // OpenCV-drawn keypoint and match images, and MatVis's frames.
 #include "display/desenhos.hpp"
+#include "support/desenho.hpp"
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
-#include "support/relogio.hpp"
 #include "tests/common/erros.hpp"
 #include "tests/common/mesmos_bits.hpp"
 #include "tests/common/sinteticas.hpp"
@@ -95,7 +95,7 @@ TEST(Relogio, PonteiroSegueOAnguloEPaletaSemCinza) {
 
   // The palette: never grey (invisible on a grey image), and varied.
   cv::Mat_<cv::Vec3b> paleta(1, 20);
-  for (int i = 0; i < 20; ++i) paleta(i) = tvm::corPaleta(i);
+  for (int i = 0; i < 20; ++i) paleta(i) = display::corPaleta(i);
   EXPECT_TRUE(coloridos(paleta) == 20 && coresAlem(paleta, kPreto).size() >= 18);
 }
 
@@ -105,7 +105,7 @@ TEST(KeyMyShow, ModosTamanhoECores) {
   const std::vector<cv::KeyPoint> kps = {kp(25, 40, 30, 0), kp(75, 40, 30, 90)};
   for (const char code : {'r', 'R', 'n', 'N'}) {
     const bool multicor = std::isupper(code), rico = std::tolower(code) == 'r';
-    const cv::Mat_<cv::Vec3b> out = tvm::keyMyShow(img, kps, code, 1.0);
+    const cv::Mat_<cv::Vec3b> out = display::keyMyShow(img, kps, code, 1.0);
     ASSERT_EQ(out.size(), img.size()) << code;
     const Cores cores = coresAlem(out, fundo, fundo);
     EXPECT_TRUE(multicor ? cores.size() == 2 : cores == Cores({{0, 0, 255}})) << code;
@@ -113,14 +113,14 @@ TEST(KeyMyShow, ModosTamanhoECores) {
     EXPECT_EQ(out(40, 25 - 15) != fundo, rico) << code;
     EXPECT_EQ(out(40, 25 - 3) != fundo, !rico) << code;
   }
-  const cv::Mat_<cv::Vec3b> x4 = tvm::keyMyShow(img, {kp(50, 40, 10)}, 'r', 4.0);
+  const cv::Mat_<cv::Vec3b> x4 = display::keyMyShow(img, {kp(50, 40, 10)}, 'r', 4.0);
   EXPECT_EQ(x4(40, 70), kVermelho);  // radius 5 * 4
   EXPECT_EQ(x4(40, 55), fundo);
 }
 
 TEST(MatMyShow, LadoALadoComLinhas) {
   const cv::Mat_<uchar> a = teste::xadrez(60, 50, 10), b = teste::uniforme(40, 30, 80);
-  const cv::Mat_<cv::Vec3b> vazio = tvm::matMyShow(a, b, {}, {}, {}, 'R', 4.0);
+  const cv::Mat_<cv::Vec3b> vazio = display::matMyShow(a, b, {}, {}, {}, 'R', 4.0);
   ASSERT_EQ(vazio.size(), cv::Size(80, 60));
   // Side by side, tops aligned, white below the shorter image.
   cv::Mat_<cv::Vec3b> esperada(60, 80, kBranco), aCor = esperada(cv::Rect(0, 0, 50, 60)),
@@ -130,11 +130,11 @@ TEST(MatMyShow, LadoALadoComLinhas) {
   EXPECT_TRUE(teste::mesmosBits(vazio, esperada));
 
   const std::vector<cv::KeyPoint> ka = {kp(10, 20, 2)}, kb = {kp(20, 20, 2)};
-  const cv::Mat_<cv::Vec3b> r = tvm::matMyShow(a, b, {cv::DMatch(0, 0, 1.0f)}, ka, kb, 'r', 1.0);
+  const cv::Mat_<cv::Vec3b> r = display::matMyShow(a, b, {cv::DMatch(0, 0, 1.0f)}, ka, kb, 'r', 1.0);
   // The line runs along row 20 from column 10 to column 50 + 20.
   for (int col = 10; col <= 70; col += 6) EXPECT_EQ(r(20, col), kVermelho) << col;
   EXPECT_EQ(coloridos(r(cv::Rect(0, 25, 80, 35))), 0);
-  EXPECT_EQ(teste::mensagemDe([&] { tvm::matMyShow(a, b, {cv::DMatch(0, 1, 1.0f)}, ka, kb, 'R', 4.0); }),
+  EXPECT_EQ(teste::mensagemDe([&] { display::matMyShow(a, b, {cv::DMatch(0, 1, 1.0f)}, ka, kb, 'R', 4.0); }),
             "Erro: matMyShow: indice de keypoint fora do intervalo");
 }
 
@@ -182,7 +182,7 @@ TEST(MatVis, ModoESelecaoPelaDistancia15) {
       {ModoVis::erros, {{1, false}}}};
   for (const auto& [modo, esperados] : casos) {
     std::vector<std::pair<size_t, bool>> vistos;
-    for (const display::CasamentoVis& v : display::casamentosVisiveis(c, Hinv, modo))
+    for (const display::CasamentoVis& v : display::casamentosVisiveis(formats::julga(Hinv, c, display::kToleranciaVis), modo))
       vistos.emplace_back(v.indice, v.correto);
     EXPECT_EQ(vistos, esperados);
   }

@@ -1,7 +1,7 @@
 // features::StarDetector against OpenCV's own STAR (stored outputs), under
 // rotation, and on degenerate images.
-#include "features/invariancia.hpp"
 #include "features/star.hpp"
+#include "tests/common/invariancia.hpp"
 #include "tests/common/sinteticas.hpp"
 
 #include <gtest/gtest.h>
@@ -70,10 +70,10 @@ TEST(StarInvariancia, Rotacao) {
   // image.
   cv::Mat img;
   cv::resize(teste::leCinzaDeDados("img1.png"), img, cv::Size(), 0.6, 0.6, cv::INTER_AREA);
-  const features::Invariancia inv(
+  const teste::Invariancia inv(
       [](const cv::Mat& i, const cv::Mat& m, std::vector<cv::KeyPoint>& k) { kStar.detect(i, k, m); }, img);
   for (int graus = 0; graus < 360; graus += 15) {
-    const features::Repeticao r = inv.rotacao(graus);
+    const teste::Repeticao r = inv.rotacao(graus);
     ASSERT_GT(r.levados, 50);
     EXPECT_GE(r.razao(), 0.40) << graus;
   }

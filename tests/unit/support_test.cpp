@@ -47,7 +47,7 @@ TEST(Argumentos, TypedLookUpsIgnoreKeyCase) {
   bool bcinv = true;
   std::string modo = "c", key;
   double ratio = 0.8;
-  EXPECT_TRUE(tvm::seekFileName(in, "key", key));
+  EXPECT_TRUE(tvm::seekArg(in, "key", key));
   tvm::seekArg(in, "diammin", diam);
   tvm::seekArg(in, "pertpt", pert);
   tvm::seekArg(in, "bcinv", bcinv);
@@ -55,7 +55,7 @@ TEST(Argumentos, TypedLookUpsIgnoreKeyCase) {
   tvm::seekArg(in, "ratio", ratio);
   EXPECT_EQ(std::tie(diam, pert, bcinv, modo, key, ratio),
             std::make_tuple(12, 5, false, "Inplace", "Dir/KeyA.XML", 0.25));
-  EXPECT_FALSE(tvm::seekFileName(in, "key", key));
+  EXPECT_FALSE(tvm::seekArg(in, "key", key));
   EXPECT_EQ(in.resto(), "");
 }
 

@@ -1,7 +1,7 @@
 // features::SURF against OpenCV's own SURF (stored outputs), against the bar
 // of OpenCV's invariance tests, and on degenerate images.
-#include "features/invariancia.hpp"
 #include "features/surf.hpp"
+#include "tests/common/invariancia.hpp"
 #include "tests/common/sinteticas.hpp"
 
 #include <gtest/gtest.h>
@@ -129,18 +129,18 @@ TEST(Surf, ComputeMantemOsCamposEDescartaOsForaDaImagem) {
 
 // Invariance on a reduced view of a real image, at the bars OpenCV's tests
 // set for its SURF; the benchmark program measures the full image.
-features::Invariancia invarianciaReduzida(const features::SURF& surf) {
+teste::Invariancia invarianciaReduzida(const features::SURF& surf) {
   cv::Mat img;
   cv::resize(teste::leCinzaDeDados("img1.png"), img, cv::Size(), 0.5, 0.5, cv::INTER_AREA);
-  return features::Invariancia(
+  return teste::Invariancia(
       [&surf](const cv::Mat& i, const cv::Mat& m, std::vector<cv::KeyPoint>& k) { surf.detect(i, k, m); }, img);
 }
 
 TEST(SurfInvariancia, RotacaoEEscala) {
   const features::SURF surf;
-  const features::Invariancia inv = invarianciaReduzida(surf);
+  const teste::Invariancia inv = invarianciaReduzida(surf);
   for (int graus = 0; graus < 360; graus += 15) {
-    const features::Repeticao r = inv.rotacao(graus);
+    const teste::Repeticao r = inv.rotacao(graus);
     EXPECT_GE(r.razao(), 0.40) << graus;
     EXPECT_GE(inv.descritorRotacao(surf, graus), 0.83) << graus;
     // OpenCV asks 0.76 of its SURF on a smoother image. The Haar-wavelet
@@ -150,7 +150,7 @@ TEST(SurfInvariancia, RotacaoEEscala) {
     EXPECT_GE(r.razaoCoerente(), 0.72) << graus;
   }
   for (double f : {1.5, 2.0, 2.5}) {
-    const features::Repeticao r = inv.escala(f);
+    const teste::Repeticao r = inv.escala(f);
     EXPECT_GE(r.razao(), 0.64) << f;
     EXPECT_GE(r.razaoCoerente(), 0.84) << f;
     EXPECT_GE(inv.descritorEscala(surf, f), 0.70) << f;

@@ -1,4 +1,4 @@
-#include "features/invariancia.hpp"
+#include "tests/common/invariancia.hpp"
 
 #include "features/surf.hpp"
 
@@ -8,7 +8,7 @@
 #include <cmath>
 #include <utility>
 
-namespace features {
+namespace teste {
 
 double sobreposicao(cv::Point2f c1, float r1, cv::Point2f c2, float r2) {
   const double d = std::hypot(double(c1.x) - c2.x, double(c1.y) - c2.y);
@@ -159,4 +159,4 @@ double Invariancia::descritor(const SURF& surf, const std::vector<cv::KeyPoint>&
   return double(certos) / d0.rows;
 }
 
-}  // namespace features
+}  // namespace teste

@@ -1,5 +1,6 @@
-// Repeatability and descriptor invariance of a detector under rotation and
-// scale, measured as OpenCV's features2d invariance tests measure them, so
+// A measuring harness for the tests and the benchmarks, not part of the
+// program. Repeatability and descriptor invariance of a detector under
+// rotation and scale, measured as OpenCV's features2d invariance tests measure them, so
 // that our detectors are held to the bar OpenCV's own must pass:
 // - rotation: the image turns about its centre onto a square canvas as wide
 //   as its diagonal, so nothing is cut; keypoints are looked for 16 px or
@@ -16,8 +17,12 @@
 #include <vector>
 
 namespace features {
-
 class SURF;
+}
+
+namespace teste {
+
+using features::SURF;
 
 struct Repeticao {
   int levados = 0;    // keypoints carried into the other image
@@ -67,4 +72,4 @@ class Invariancia {
   std::vector<cv::KeyPoint> dentro_, todos_;  // with the border mask, without
 };
 
-}  // namespace features
+}  // namespace teste
