@@ -10,12 +10,13 @@ struct Comando {
   const char* chave;       // lower-case command word
   Ferramenta ferramenta;   // called with argv[0] = the command word as typed
   const char* ajuda;       // the help list's row
+  bool retemHeap = false;  // the memory lever pays for this tool (support/memoria.hpp)
 };
 
 extern const Comando comandos[];
 extern const size_t numeroComandos;
 
-// The tool whose key equals the lower-cased command word, or nullptr.
-Ferramenta achaFerramenta(const char* palavraMinuscula);
+// The row whose key equals the lower-cased command word, or nullptr.
+const Comando* achaComando(const char* palavraMinuscula);
 void imprimeBanner();
 void imprimeProgramas();

@@ -30,9 +30,10 @@ int executa(int argc, char** argv) {
   }
   const int t0 = tvm::centseg();
   const std::string palavra = tvm::minuscula(argv[1]);
-  const Ferramenta ferramenta = achaFerramenta(palavra.c_str());
-  if (ferramenta == nullptr) tvm::erro("Erro: Programa inexistente ", palavra);
-  ferramenta(argc - 1, argv + 1);
+  const Comando* comando = achaComando(palavra.c_str());
+  if (comando == nullptr) tvm::erro("Erro: Programa inexistente ", palavra);
+  tvm::preparaMemoria(comando->retemHeap);
+  comando->ferramenta(argc - 1, argv + 1);
   const int d = tvm::centseg() - t0;
   std::printf("Tempo gasto=%d.%02ds\n", d / 100, d % 100);
   return 0;
@@ -44,7 +45,6 @@ int main(int argc, char** argv) {
   // OpenCV's own log lines would come before ours for the same failure
   // (a missing file); every failure it reports reaches us as an exception.
   cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
-  tvm::preparaMemoria();
   // Every failure ends here, once: a message on stderr and status 1.
   try {
     return executa(argc, argv);

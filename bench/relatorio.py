@@ -104,7 +104,8 @@ p("")
 p("## Faltas de pagina por ferramenta (cadeia do demo)")
 p("")
 p("`/usr/bin/time -f %R`, mediana de 3 execucoes. \"sem\": o mesmo programa compilado com "
-  "`-DQUIVELAR_SEM_PREPARO_MEMORIA=ON` (tvm::preparaMemoria nao faz nada); \"com\": o programa normal. "
+  "`-DQUIVELAR_HEAP_RETIDO_FORCADO=0` (nenhuma ferramenta com a alavanca de memoria); \"com\": o programa "
+  "normal, a alavanca so nas ferramentas em que compensa (app/comandos.cpp). "
   "Tempo de parede em s com resolucao de 10 ms.")
 p("")
 p(tabela(["passo", "faltas sem", "faltas com", "s sem", "s com", "MiB max com"], linhas))

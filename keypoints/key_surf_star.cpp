@@ -40,6 +40,7 @@ void KeySurf(int argc, char** argv) {
 }
 
 void KeyStar(int argc, char** argv) {
+  // The example has always named KeySift; the usage block stays as users know it.
   if (argc != 3) tvm::falhaUso({"KeyStar a.pgm a.xml", "  Ex: KeySift a.pgm a.xml"});
   cv::Mat_<uchar> img;
   tvm::le(img, argv[1]);

@@ -7,6 +7,8 @@
 #include <cstdio>
 
 void MatRatio(int argc, char** argv) {
+  // The first line reads "1st/2nd>ratio", as it always has; the test keeps
+  // the matches whose ratio is below `ratio` (matching/ratio.hpp).
   if (argc < 4)
     tvm::falhaUso({"MatRatio: Acha casamentos de des1 para des2 onde 1st/2nd>ratio",
                    "MatRatio des1.xml des2.xml match.txt [ratio=val | acrate=val | ordem=r ou d | brute | flann ]",

@@ -13,21 +13,12 @@ namespace {
 constexpr size_t kMiB = size_t(1) << 20;
 constexpr size_t kHuge = 2 * kMiB;
 
-}  // namespace
-
-void preparaMemoria() {
-#ifdef QUIVELAR_SEM_PREPARO_MEMORIA
-  // A build for scripts/bench-tools only: the same program without the
-  // levers, to count what they save.
-  return;
-#endif
+void retemHeap() {
   // Buffers up to glibc's largest threshold come from the heap and go back
   // to it when freed, instead of mmap/munmap round trips that fault them in
   // again on every reuse; freed memory is not trimmed away.
   mallopt(M_MMAP_THRESHOLD, static_cast<int>(32 * kMiB));
   mallopt(M_TRIM_THRESHOLD, static_cast<int>(1024 * kMiB));
-  // Worker threads share the main heap, so they reuse its memory too.
-  mallopt(M_ARENA_MAX, 1);
   // The next growth of the heap takes this much more ahead of use: address
   // space only, no page is touched until used.
   mallopt(M_TOP_PAD, static_cast<int>(512 * kMiB));
@@ -40,6 +31,17 @@ void preparaMemoria() {
   const uintptr_t fim = reinterpret_cast<uintptr_t>(sbrk(0)) & ~(kHuge - 1);
   if (fim > inicio) madvise(reinterpret_cast<void*>(inicio), fim - inicio, MADV_HUGEPAGE);
   free(bloco);
+}
+
+}  // namespace
+
+void preparaMemoria(bool retem) {
+#ifdef QUIVELAR_HEAP_RETIDO_FORCADO
+  // A build for scripts/bench-tools only: every tool with the lever, or
+  // every tool without it, to measure what it does for each tool.
+  retem = QUIVELAR_HEAP_RETIDO_FORCADO;
+#endif
+  if (retem) retemHeap();
 }
 
 }  // namespace tvm

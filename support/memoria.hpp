@@ -1,13 +1,16 @@
-// Memory set-up for a short process that works on large images.
+// A lever on glibc's allocator for a short process that works on large
+// images. Only the tools for which a measurement showed it to pay pull it; the
+// table in app/comandos.cpp says which, with the figures beside each row.
 #pragma once
 
 namespace tvm {
 
 // A fresh process pays a page fault for every 4 KiB it touches the first
 // time, and glibc returns large freed blocks to the system at once, so the
-// next image buffer faults in all over again. This keeps freed memory for
-// reuse and asks for transparent huge pages on the heap, where the kernel
-// honours that request: about 500 faults fewer per 2 MiB touched.
-void preparaMemoria();
+// next image buffer faults in all over again. With `retemHeap` freed memory is
+// kept for reuse and the heap asks for transparent huge pages, where the
+// kernel honours that request: about 500 faults fewer per 2 MiB touched.
+// Without it glibc stays as it comes.
+void preparaMemoria(bool retemHeap);
 
 }  // namespace tvm

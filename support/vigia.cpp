@@ -16,21 +16,18 @@ namespace {
 // Prepared before arming: a signal handler may not build strings.
 char mensagemPronta[512];
 
-void escreveESai(const char* mensagem) {
-  const ssize_t escrito = ::write(STDERR_FILENO, mensagem, std::strlen(mensagem));
+// Only async-signal-safe calls: it runs in the signal handler.
+void tratador(int) {
+  const ssize_t escrito = ::write(STDERR_FILENO, mensagemPronta, std::strlen(mensagemPronta));
   (void)escrito;
   removeTemporarios();
   ::_exit(1);
 }
 
-void tratador(int) { aoEstourar(mensagemPronta); }
-
 struct sigaction acaoAnterior;
 itimerval timerAnterior;
 
 }  // namespace
-
-void (*aoEstourar)(const char* mensagem) = escreveESai;
 
 Vigia::Vigia(double segundos, const std::string& mensagem) {
   const std::string linha = mensagem + "\n";
@@ -46,9 +43,7 @@ Vigia::Vigia(double segundos, const std::string& mensagem) {
   ::setitimer(ITIMER_REAL, &timer, &timerAnterior);
 }
 
-Vigia::~Vigia() { desarmaVigia(); }
-
-void desarmaVigia() {
+Vigia::~Vigia() {
   ::setitimer(ITIMER_REAL, &timerAnterior, nullptr);
   ::sigaction(SIGALRM, &acaoAnterior, nullptr);
 }

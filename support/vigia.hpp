@@ -9,20 +9,14 @@ namespace tvm {
 
 class Vigia {
  public:
-  // When `segundos` pass before destruction, `aoEstourar` runs with
-  // `mensagem` (by default: the message on stderr, then exit status 1).
+  // When `segundos` pass before destruction, `mensagem` goes to stderr and
+  // the process ends with status 1 at once (from a signal handler: no
+  // unwinding through the code that did not return). Destruction restores
+  // the timer and the handler that were there before.
   Vigia(double segundos, const std::string& mensagem);
   ~Vigia();
   Vigia(const Vigia&) = delete;
   Vigia& operator=(const Vigia&) = delete;
 };
-
-// Restores the timer and the handler that were there before the last Vigia;
-// for a harness that left one by a jump, past its destructor.
-void desarmaVigia();
-
-// Replaceable by a test harness that must survive the timeout. It runs in a
-// signal handler: only async-signal-safe work is allowed there.
-extern void (*aoEstourar)(const char* mensagem);
 
 }  // namespace tvm

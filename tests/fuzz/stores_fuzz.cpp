@@ -7,23 +7,18 @@
 // any difference aborts.
 //
 // OpenCV's YAML parser loops forever on some malformed text; the reader's
-// time bound then ends the process in a real run. Here the bound jumps back
-// instead, so the fuzzer goes on looking for faults of our own.
+// time bound then ends the process as it ends a real run: its message, status
+// 1, nothing unwound through OpenCV's frames. scripts/fuzz then prints the
+// input, which stays in the scratch file the message names. No input of the
+// repeatable stretch gets there (nor any of 98000 explored in 150 s).
 #include "formats/leitura_rapida.hpp"
 #include "formats/stores.hpp"
-#include "support/vigia.hpp"
 #include "tests/common/mesmos_bits.hpp"
 #include "tests/fuzz/fuzz_comum.hpp"
 
 #include <zlib.h>
 
-#include <csetjmp>
-
 namespace {
-
-sigjmp_buf retorno;
-
-void abandona(const char*) { siglongjmp(retorno, 1); }
 
 // A matrix already holding something: a missing "descriptors" node must
 // leave it as cv::read leaves it.
@@ -66,11 +61,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (f == nullptr) return 0;
     if (size > 1) ::gzwrite(f, data + 1, static_cast<unsigned>(size - 1));
     ::gzclose(f);
-  }
-  tvm::aoEstourar = abandona;
-  if (sigsetjmp(retorno, 1) != 0) {
-    tvm::desarmaVigia();
-    return 0;
   }
   fuzz::aceitaErro([&] {
     std::vector<cv::KeyPoint> keypoints;
