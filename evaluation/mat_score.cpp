@@ -43,7 +43,7 @@ void MatScore(int argc, char** argv) {
   evaluation::leOpcoesMedida(opcoes, op);
   const bool porDistancia = tvm::seekArg(opcoes, "dist", dist);
   tvm::seekArg(opcoes, "ransac", ransac);
-  tvm::seekFileName(opcoes, "curva", curva);
+  tvm::seekArg(opcoes, "curva", curva);
   const std::string resto = opcoes.resto();
   if (!resto.empty()) tvm::erro("Erro: Argumento invalido ", resto);
   if (porDistancia && !(dist > 0)) tvm::erro("Erro: dist fora do intervalo");

@@ -63,7 +63,7 @@ void leOpcoesMedida(tvm::ISTR& opcoes, OpcoesMedida& op) {
     op.comum = measures::ParteComum::opencv;
   else
     tvm::erro("Erro: comum deve ser ambas ou opencv: ", comum);
-  tvm::seekFileName(opcoes, "csv", op.csv);
+  tvm::seekArg(opcoes, "csv", op.csv);
 }
 
 std::string texto(const measures::Medida& m) {
