@@ -5,6 +5,7 @@
 #include "descriptors/rihog.hpp"
 #include "descriptors/ruhog.hpp"
 #include "descriptors/simple.hpp"
+#include "features/sift.hpp"
 #include "features/surf.hpp"
 #include "keypoints/convencao.hpp"
 #include "keypoints/key_detect.hpp"
@@ -228,7 +229,7 @@ TEST(ConvencaoDoDetector, OAnguloGiraComACenaNoSentidoDaTabela) {
     std::function<std::vector<cv::KeyPoint>(const cv::Mat_<uchar>&)> detecta;
   };
   const std::vector<Detector> detectores = {
-      {"KeySift", [](const cv::Mat_<uchar>& i) { return keypoints::detectaSift(i); }},
+      {"KeySift", [](const cv::Mat_<uchar>& i) { return features::detectaSift(i); }},
       {"KeySurf",
        [](const cv::Mat_<uchar>& i) {
          std::vector<cv::KeyPoint> k;
