@@ -227,7 +227,7 @@ void Graficos(int argc, char** argv) {
                    "  Grava PASTA/mma, PASTA/seq-NOME e PASTA/curva-NOME-1-K, cada um em .png e .svg"});
   std::string curvas;
   tvm::ISTR opcoes(argc - 3, argv + 3);
-  tvm::seekFileName(opcoes, "curvas", curvas);
+  tvm::seekArg(opcoes, "curvas", curvas);
   const std::string resto = opcoes.resto();
   if (!resto.empty()) tvm::erro("Erro: Argumento invalido ", resto);
   if (!curvas.empty()) {

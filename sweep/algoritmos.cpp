@@ -5,6 +5,7 @@
 #include "descriptors/rihog.hpp"
 #include "descriptors/ruhog.hpp"
 #include "descriptors/simple.hpp"
+#include "features/sift.hpp"
 #include "features/star.hpp"
 #include "features/surf.hpp"
 #include "keypoints/key_detect.hpp"
@@ -68,14 +69,14 @@ Detector criaDetector(const std::string& nome, tvm::ISTR& op) {
     if (nfeatures < 0) tvm::erro("Erro: sift.nfeatures fora do intervalo");
     if (camadas < 1 || camadas > 100) tvm::erro("Erro: numero de camadas invalido ", std::to_string(camadas));
     d.escreve = convencao("KeySift", true);
-    d.detecta = [=](const cv::Mat_<uchar>& img) { return keypoints::detectaSift(img, nfeatures, camadas); };
+    d.detecta = [=](const cv::Mat_<uchar>& img) { return features::detectaSift(img, nfeatures, camadas); };
     // KeySift then DesSift build the same scale space twice; detecting and
     // describing in one pass gives the same keypoints and rows, once, as
     // long as the descriptor is SIFT's default one.
     if (nfeatures == 0 && camadas == 3) {
       d.descreveComo = "sift";
       d.detectaEDescreve = [](const cv::Mat_<uchar>& img, std::vector<cv::KeyPoint>& k, cv::Mat& linhas) {
-        cv::SIFT::create(0, 3, 0.04, 10.0, 1.6)->detectAndCompute(img, cv::noArray(), k, linhas);
+        features::criaSift()->detectAndCompute(img, cv::noArray(), k, linhas);
       };
     }
   } else if (nome == "surf") {
@@ -121,7 +122,7 @@ Descritor criaDescritor(const std::string& nome, tvm::ISTR& op) {
   if (nome == "sift") {
     // One instance per call: several images are described at once.
     d = {nome, convencao("DesSift", false), [](const cv::Mat_<uchar>& img, std::vector<cv::KeyPoint>& k, cv::Mat& linhas) {
-           cv::SIFT::create(0, 3, 0.04, 10.0, 1.6)->compute(img, k, linhas);
+           features::criaSift()->compute(img, k, linhas);
          }};
   } else if (nome == "surf") {
     const features::SURF surf;
