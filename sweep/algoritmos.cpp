@@ -1,10 +1,6 @@
 #include "sweep/algoritmos.hpp"
 
-#include "descriptors/forapro.hpp"
-#include "descriptors/riff.hpp"
-#include "descriptors/rihog.hpp"
-#include "descriptors/ruhog.hpp"
-#include "descriptors/simple.hpp"
+#include "descriptors/proprios.hpp"
 #include "features/sift.hpp"
 #include "features/star.hpp"
 #include "features/surf.hpp"
@@ -117,6 +113,19 @@ Detector criaDetector(const std::string& nome, tvm::ISTR& op) {
   return d;
 }
 
+namespace {
+
+// The tool of each own descriptor, whose angle convention it shares.
+const char* ferramentaPropria(const std::string& nome) {
+  static const std::pair<const char*, const char*> tabela[] = {
+      {"simple", "DesSimp"}, {"riff", "DesRiff"}, {"rihog", "DesRihog"}, {"ruhog", "DesRUHOG"}, {"forapro", "DesForapro"}};
+  for (const auto& [n, f] : tabela)
+    if (nome == n) return f;
+  return nullptr;
+}
+
+}  // namespace
+
 Descritor criaDescritor(const std::string& nome, tvm::ISTR& op) {
   Descritor d;
   if (nome == "sift") {
@@ -129,42 +138,10 @@ Descritor criaDescritor(const std::string& nome, tvm::ISTR& op) {
     d = {nome, convencao("DesSurf", false), [surf](const cv::Mat_<uchar>& img, std::vector<cv::KeyPoint>& k, cv::Mat& linhas) {
            surf.compute(img, k, linhas);
          }};
-  } else if (nome == "simple") {
-    int camadas = 6, dgauss = 11;
-    std::string modo = "c";
-    tvm::seekArg(op, "camadas", camadas);
-    tvm::seekArg(op, "dgauss", dgauss);
-    tvm::seekArg(op, "modo", modo);
-    if (modo.empty() || (modo[0] != 'c' && modo[0] != 'i')) tvm::erro("Erro: modo invalido");
-    d = proprio(nome, convencao("DesSimp", false), std::make_shared<const SIMPLE>(modo[0], camadas, dgauss));
-  } else if (nome == "riff") {
-    int naneis = 4, larguraAnel = 10;
-    tvm::seekArg(op, "naneis", naneis);
-    tvm::seekArg(op, "larguraanel", larguraAnel);
-    d = proprio(nome, convencao("DesRiff", false), std::make_shared<const RIFF>(naneis, larguraAnel));
-  } else if (nome == "rihog" || nome == "ruhog") {
-    int naneis = 5, raio = 40, nbins = 20, ngauss = 37;
-    bool bcinv = true;
-    tvm::seekArg(op, "naneis", naneis);
-    tvm::seekArg(op, "raio", raio);
-    tvm::seekArg(op, "nbins", nbins);
-    tvm::seekArg(op, "ngauss", ngauss);
-    tvm::seekArg(op, "bcinv", bcinv);
-    if (nome == "rihog")
-      d = proprio(nome, convencao("DesRihog", false), std::make_shared<const RIHOG>(naneis, raio, nbins, ngauss, bcinv));
-    else
-      d = proprio(nome, convencao("DesRUHOG", false), std::make_shared<const RUHOG>(naneis, raio, nbins, ngauss, bcinv));
-  } else if (nome == "forapro") {
-    int nrad = 4, ncir = 4, raio = 40;
-    bool radang = true, radmag = true, cirvet = true;
-    tvm::seekArg(op, "nrad", nrad);
-    tvm::seekArg(op, "ncir", ncir);
-    tvm::seekArg(op, "raio", raio);
-    tvm::seekArg(op, "radang", radang);
-    tvm::seekArg(op, "radmag", radmag);
-    tvm::seekArg(op, "cirvet", cirvet);
-    d = proprio(nome, convencao("DesForapro", false),
-                std::make_shared<const Forapro>(nrad, ncir, raio, radang, radmag, cirvet));
+  } else if (const char* ferramenta = ferramentaPropria(nome)) {
+    // Options read as the descriptor's own tool reads them.
+    const std::shared_ptr<const ::Descritor> proprioLido = descritorProprio(nome).leOpcoes(op)();
+    d = proprio(nome, convencao(ferramenta, false), proprioLido);
   } else {
     tvm::erro("Erro: descritor desconhecido ", nome);
   }
