@@ -1,5 +1,6 @@
 #include "descriptors/frame.hpp"
 
+#include "features/memoria.hpp"
 #include "formats/stores.hpp"
 #include "support/aviso.hpp"
 #include "support/erro.hpp"
@@ -60,10 +61,12 @@ FrameDescritor::FrameDescritor(int argc, char** argv, std::initializer_list<cons
   semOpcoes_ = argc == 3;
   if (semOpcoes_) return;
   std::string arquivoKeys;
-  if (tvm::seekFileName(opcoes_, "key", arquivoKeys))
+  if (tvm::seekFileName(opcoes_, "key", arquivoKeys)) {
     keypoints_ = formats::leKeyPoints(arquivoKeys);
-  else
+  } else {
+    features::verificaMemoriaDetector(features::Detector::sift, imagem_.size(), argv[1]);
     keypoints_ = detectaSift(imagem_);
+  }
   std::printf("KeyPoints k=%u\n", static_cast<unsigned>(keypoints_.size()));
 }
 
