@@ -57,6 +57,7 @@ void criaCena(const teste::PastaTemp& p) {
   formats::impKeyPoints(p / "angulo.xml", k);
   // Little to store, much to decode or parse.
   teste::salva(teste::uniforme(1000, 1200, 0), p / "g.png");
+  teste::salva(teste::uniforme(1000, 1001, 0), p / "g.bmp");
   const std::string texto = "%YAML:1.0\n---\nkeypoints: [ 1., 2., 3., 4., 5., 0, -1 ]\n" + std::string(2000000, ' ');
   teste::escreveTexto(p / "grande.yml", texto);
   gzFile gz = gzopen((p / "grande.yml.gz").c_str(), "wb");
@@ -274,6 +275,8 @@ const CasoFalha kCasos[] = {
      "Erro: diamMin deve ser ao menos 1, diamMin=-100\n"},
     // Limits on what an input may make a tool take.
     {"PixelsDemais", {"KeySift", "g.png", "s.xml"}, "", kPixels, {{"QUIVELAR_MAX_MEGAPIXELS", "1"}}},
+    // A format read through imread: the same limit, before it decodes.
+    {"PixelsDemaisBmp", {"KeySift", "g.bmp", "s.xml"}, "", "Erro abertura arquivo g.bmp\n", {{"QUIVELAR_MAX_MEGAPIXELS", "1"}}},
     {"PixelsDemaisShow", {"KeyMyShow", "g.png", "k.xml", "s.png"}, "", kPixels, {{"QUIVELAR_MAX_MEGAPIXELS", "1"}}},
     {"LimiteInvalido", {"KeySift", "a.png", "s.xml"}, "",
      "Erro: variavel de ambiente QUIVELAR_MAX_MEGAPIXELS invalida: '1e3' (deve ser um inteiro positivo)\n",
