@@ -25,8 +25,9 @@ void leStore(const std::string& arquivo, std::vector<cv::KeyPoint>& keypoints, c
   // overflow to infinity, and then the exhaustive search finds no neighbour
   // and FLANN fails on an assertion of its own.
   if (descritores.empty()) return;
-  double maior = 0;
-  cv::minMaxIdx(cv::abs(descritores), nullptr, &maior);
+  double menor = 0, maior = 0;
+  cv::minMaxIdx(descritores, &menor, &maior);
+  maior = std::max(maior, -menor);
   const double limite = maiorValorDescritor(descritores.cols);
   if (maior > limite)
     tvm::erro("Erro: descritores com valor " + tvm::textoDeNumero(maior) + " grande demais em ", arquivo,
