@@ -29,8 +29,9 @@ void mostraContagem(const std::vector<cv::KeyPoint>& keypoints) {
 
 cv::Ptr<cv::SIFT> novoSift() { return cv::SIFT::create(0, 3, 0.04, 10.0, 1.6); }
 
-// Past a hundred turns an angle is no direction anyone meant; OpenCV would
-// index its histogram with it and write outside it.
+// Past a hundred turns an angle is no direction anyone meant but a damaged
+// store (1e10 reached OpenCV's histogram indices and crashed it); within
+// them a float still resolves a hundredth of a degree.
 constexpr float kMaiorAngulo = 36000.0f;
 
 // The octave and the scale OpenCV's SIFT reads from a keypoint's packed octave.

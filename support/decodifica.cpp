@@ -130,6 +130,9 @@ bool lePxm(FILE* f, bool cor, cv::Mat& out, Dimensoes& declaradas) {
 
 bool decodificaDireto(const std::string& file, int modo, cv::Mat& out) {
   if (modo != cv::IMREAD_GRAYSCALE && modo != cv::IMREAD_COLOR) return false;
+  // Read here first, so that a bad value stops the tool outside the codec
+  // libraries' setjmp frames, where tamanhoAceito reads it again.
+  const int64_t limite = limitePixels();
   Arquivo f(file, "rb");
   if (!f) return false;
   unsigned char inicio[8] = {};
@@ -147,7 +150,8 @@ bool decodificaDireto(const std::string& file, int modo, cv::Mat& out) {
     ok = leJpeg(f.get(), cor, imagem, declaradas);
   else if (lidos >= 3 && inicio[0] == 'P' && std::isspace(inicio[2]))
     ok = lePxm(f.get(), cor, imagem, declaradas);
-  if (!ok) verificaPixels(static_cast<int64_t>(declaradas.largura), static_cast<int64_t>(declaradas.altura), file);
+  if (!ok && static_cast<int64_t>(declaradas.largura * declaradas.altura) > limite)
+    verificaPixels(static_cast<int64_t>(declaradas.largura), static_cast<int64_t>(declaradas.altura), file);
   if (ok) out = imagem;
   return ok;
 }
