@@ -110,7 +110,9 @@ TEST(DesSift, SizesAroundTheSmallestWindow) {
     const teste::Execucao e = teste::roda({"DesSift", "a.png", "d.yml", "k.yml"}, pasta.caminho());
     EXPECT_EQ(e.status, c.aceito ? 0 : 1) << e.err;
     EXPECT_EQ(e.sinal, 0);
-    if (!c.aceito) EXPECT_NE(e.err.find("pequen"), std::string::npos) << e.err;
+    if (!c.aceito) {
+      EXPECT_NE(e.err.find("pequen"), std::string::npos) << e.err;
+    }
   }
 }
 

@@ -182,9 +182,10 @@ TEST(Limites, EnvironmentRaisesOrLowersEachLimit) {
     int64_t lido = -1;
     const std::string m = teste::mensagemDe([&] { lido = tvm::limitePixels(); });
     EXPECT_EQ(lido, c.pixels);
-    if (c.pixels < 0)
+    if (c.pixels < 0) {
       EXPECT_EQ(m, "Erro: variavel de ambiente QUIVELAR_MAX_MEGAPIXELS invalida: '" + *c.valor +
                        "' (deve ser um inteiro positivo)");
+    }
   }
   {
     const Variavel v("QUIVELAR_MAX_STORE_MB", std::nullopt);
