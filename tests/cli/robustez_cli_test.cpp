@@ -42,6 +42,8 @@ const std::vector<Palavras>& ferramentas() {
       {"desforapro", "@a.pgm", ">sai.yml", "key=@k.yml", "nrad=#4", "ncir=#4", "raio=#40"},
       {"matnn", "@d1.yml", "@d2.yml", ">sai.txt"},
       {"matratio", "@d1.yml", "@d2.yml", ">sai.txt", "ratio=#0.8", "acrate=#0.5"},
+      {"matmutuo", "@d1.yml", "@d2.yml", ">sai.txt"},
+      {"keyrep", "@a.pgm", "@b.pgm", "@k.yml", "@k.yml", "@h.txt", "erro=#40", "px=#3"},
       {"matshow", "@a.pgm", "@b.pgm", "@m.txt", ">sai.png"}, {"matmyshow", "@a.pgm", "@b.pgm", "@m.txt", ">sai.png"},
       // Two options at most; the colour words are read as MatAcert reads them.
       {"matroc", "@m.txt", "@h.txt", ">sai.png", "arquivo=>roc.txt", "dist=#15"},
