@@ -32,7 +32,7 @@ double memoriaDetector(Detector detector, cv::Size tamanho, int camadas) {
       porPixel = 4.0 * 4.0 * (2.0 * camadas + 5.0) * 4.0 / 3.0;
       break;
     case Detector::surf:
-      porPixel = 4.0 + 5.0 * (camadas + 2.0) + 3.0;
+      porPixel = 4.0 + 5.0 * (camadas + 2.0) + 5.0;  // the image, its grey copy and the keypoints
       break;
     case Detector::star:
       porPixel = 22.0;
