@@ -1,5 +1,6 @@
 #include "descriptors/frame.hpp"
 
+#include "features/memoria.hpp"
 #include "features/sift.hpp"
 #include "formats/stores.hpp"
 #include "support/aviso.hpp"
@@ -53,10 +54,12 @@ FrameDescritor::FrameDescritor(int argc, char** argv, const std::vector<const ch
   semOpcoes_ = argc == 3;
   if (semOpcoes_) return;
   std::string arquivoKeys;
-  if (tvm::seekArg(opcoes_, "key", arquivoKeys))
+  if (tvm::seekArg(opcoes_, "key", arquivoKeys)) {
     keypoints_ = formats::leKeyPoints(arquivoKeys);
-  else
+  } else {
+    features::verificaMemoriaDetector(features::Detector::sift, imagem_.size(), argv[1]);
     keypoints_ = features::detectaSift(imagem_);
+  }
   std::printf("KeyPoints k=%u\n", static_cast<unsigned>(keypoints_.size()));
 }
 

@@ -3,6 +3,7 @@
 #include "formats/leitura_rapida.hpp"
 #include "support/arquivos.hpp"
 #include "support/erro.hpp"
+#include "support/limites.hpp"
 #include "support/vigia.hpp"
 
 #include <sys/stat.h>
@@ -70,11 +71,26 @@ double limiteDeLeitura(const std::string& file) {
   return 10.0 + megabytes * (comprimido(file) ? 20.0 : 2.0);
 }
 
+[[noreturn]] void textoGrandeDemais(const std::string& file, int64_t limite) {
+  tvm::erro("Erro: texto de ", file,
+            " passa do limite de " + std::to_string(limite / 1000000) + " MB (QUIVELAR_MAX_STORE_MB muda o limite)");
+}
+
+// OpenCV reads a store's whole text into memory and builds a tree of nodes
+// beside it: a store over the limit stops the tool before that. A .gz store
+// is measured inflated, as it is read (textoPerigoso).
+void verificaTamanho(const std::string& file) {
+  struct stat info {};
+  const int64_t limite = tvm::limiteStoreBytes();
+  if (!comprimido(file) && ::stat(file.c_str(), &info) == 0 && info.st_size > limite) textoGrandeDemais(file, limite);
+}
+
 // Text that OpenCV's parser must not be given: a NUL byte makes it read past
 // its buffer, and an XML text ending inside a tag, after "name=", makes it
 // follow a null pointer. Valid XML ends with its root's closing tag, so any
 // XML text whose last non-blank byte is not '>' is refused. The text is the
-// inflated one for a .gz store, which OpenCV inflates as it reads.
+// inflated one for a .gz store, which OpenCV inflates as it reads; past
+// tvm::limiteStoreBytes() of it the tool stops.
 bool textoPerigoso(const std::string& file) {
   const std::unique_ptr<gzFile_s, int (*)(gzFile)> gz(comprimido(file) ? ::gzopen(file.c_str(), "rb") : nullptr,
                                                       ::gzclose);
@@ -90,7 +106,11 @@ bool textoPerigoso(const std::string& file) {
   std::string inicio;
   char ultimo = 0;
   bool nul = false;
+  const int64_t limite = tvm::limiteStoreBytes();
+  int64_t total = 0;
   for (long n; !nul && (n = le()) > 0;) {
+    total += n;
+    if (total > limite) textoGrandeDemais(file, limite);
     if (inicio.size() < 8) inicio.append(bloco, static_cast<size_t>(std::min<long>(n, 8)));
     nul = std::memchr(bloco, 0, static_cast<size_t>(n)) != nullptr;
     for (long i = n - 1; i >= 0; --i)
@@ -106,6 +126,7 @@ bool textoPerigoso(const std::string& file) {
 
 // Opens `file` for reading; malformed text is reported like a failed open.
 void abreLeitura(cv::FileStorage& fs, const std::string& file) {
+  verificaTamanho(file);
   if (textoPerigoso(file)) tvm::erro("Erro abertura arquivo ", file);
   bool aberto = false;
   try {
@@ -199,6 +220,7 @@ std::vector<cv::KeyPoint> leNodeKeyPointsSeguro(const cv::FileStorage& fs, const
 }  // namespace
 
 std::vector<cv::KeyPoint> leKeyPoints(const std::string& file) {
+  verificaTamanho(file);
   std::vector<cv::KeyPoint> keypoints;
   if (leStoreRapido(file, keypoints, nullptr)) return keypoints;
   return leKeyPointsFileStorage(file);
@@ -226,6 +248,7 @@ void verificaMatriz(const cv::FileNode& node, const std::string& file) {
 }
 
 void leDescritores(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat& descriptors) {
+  verificaTamanho(file);
   if (!leStoreRapido(file, keypoints, &descriptors)) leDescritoresFileStorage(file, keypoints, descriptors);
 }
 

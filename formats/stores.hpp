@@ -10,7 +10,9 @@
 //                       seven-number sequence per keypoint.
 //   node "descriptors": descriptor stores only, after "keypoints"; a matrix
 //                       with row i describing keypoint i.
-// A missing node reads as an empty list or an empty matrix.
+// A missing node reads as an empty list or an empty matrix. A store whose
+// text, inflated for a .gz one, passes tvm::limiteStoreBytes() stops the
+// tool before it is parsed.
 #pragma once
 
 #include "support/arquivos.hpp"

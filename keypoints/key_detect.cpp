@@ -2,6 +2,7 @@
 // own detectors, are in key_surf_star.cpp.
 #include "keypoints/key_detect.hpp"
 
+#include "features/memoria.hpp"
 #include "features/sift.hpp"
 #include "formats/stores.hpp"
 #include "keypoints/tools.hpp"
@@ -60,6 +61,7 @@ void KeySift(int argc, char** argv) {
     if (nOctaveLayers > kMaxCamadasSift) tvm::erro("Erro: numero de camadas invalido ", argv[4]);
   }
 
+  features::verificaMemoriaDetector(features::Detector::sift, img.size(), argv[1], nOctaveLayers);
   const std::vector<cv::KeyPoint> keypoints = features::detectaSift(img, nfeatures, nOctaveLayers);
   std::printf("KeyPoints k=%u\n", static_cast<unsigned>(keypoints.size()));
   formats::impKeyPoints(argv[2], keypoints);
@@ -74,6 +76,7 @@ void KeyFast(int argc, char** argv) {
   int threshold = 10;
   if (argc == 4) tvm::convArg(threshold, argv[3]);
 
+  features::verificaMemoriaDetector(features::Detector::fast, img.size(), argv[1]);
   const std::vector<cv::KeyPoint> keypoints = keypoints::detectaFast(img, threshold);
   std::printf("Keypoints=%u\n", static_cast<unsigned>(keypoints.size()));
   formats::impKeyPoints(argv[2], keypoints);

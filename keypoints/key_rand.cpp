@@ -40,6 +40,10 @@ void geraPares(cv::Size tamanhoA, const cv::Matx33d& M, int n, const ParamRand& 
                std::vector<cv::KeyPoint>& b) {
   const int W = tamanhoA.width, H = tamanhoA.height;
   if (W <= 0 || H <= 0) tvm::erro("Erro: imagem vazia");
+  // A diameter is a length: a store of negative or zero sizes would pass
+  // the fit test below (a negative radius fits anywhere) and break every
+  // descriptor after it.
+  if (p.diamMin < 1) tvm::erro("Erro: diamMin deve ser ao menos 1, diamMin=", std::to_string(p.diamMin));
   if (p.diamMax <= p.diamMin)
     tvm::erro("Erro: diamMax deve ser maior que diamMin, diamMin=", std::to_string(p.diamMin),
               " diamMax=" + std::to_string(p.diamMax));
@@ -83,7 +87,9 @@ void geraPares(cv::Size tamanhoA, const cv::Matx33d& M, int n, const ParamRand& 
     }
     if (p.pertDiam > 0) k2.size += static_cast<float>(perturbacao(p.pertDiam));
     if (p.pertDeg > 0) k2.angle += static_cast<float>(perturbacao(p.pertDeg));
-    if (!finito(k2) || intersectaCanvas(k2.pt.x, k2.pt.y, k2.size, W, H)) continue;
+    // A perturbation may take the partner's diameter to zero or below: no
+    // keypoint, so the pair is dropped like one that does not fit.
+    if (!finito(k2) || !(k2.size > 0.0f) || intersectaCanvas(k2.pt.x, k2.pt.y, k2.size, W, H)) continue;
 
     a.emplace_back(x, y, size, angle, 0.0f, 0, -1);
     b.push_back(k2);

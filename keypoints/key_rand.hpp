@@ -38,9 +38,10 @@ constexpr int kMaxPares = 10000000;
 // in a frame the size of image a, the partner included: image b's own size
 // plays no part. The partner's angle is atan2's, -180..180 (270 comes back as
 // -90 under the identity). A partner that is not finite (M sends the point to
-// infinity) does not fit either.
+// infinity) does not fit either, nor one whose perturbed diameter is not
+// positive.
 //
-// Stops the tool when diamMax <= diamMin or after kMaxRejeicoesSeguidas
+// Stops the tool when diamMin < 1, diamMax <= diamMin or after kMaxRejeicoesSeguidas
 // rejections in a row.
 void geraPares(cv::Size tamanhoA, const cv::Matx33d& M, int n, const ParamRand& p, std::vector<cv::KeyPoint>& a,
                std::vector<cv::KeyPoint>& b);

@@ -1,4 +1,5 @@
 // KeySurf and KeyStar: our own SURF and STAR detectors.
+#include "features/memoria.hpp"
 #include "formats/stores.hpp"
 #include "keypoints/key_detect.hpp"
 #include "keypoints/tools.hpp"
@@ -32,8 +33,10 @@ void KeySurf(int argc, char** argv) {
     limiar = t;
   }
 
+  const features::SURF surf = keypoints::surfDoKeySurf(limiar);
+  features::verificaMemoriaDetector(features::Detector::surf, img.size(), argv[1], surf.nOctaveLayers());
   std::vector<cv::KeyPoint> keypoints;
-  keypoints::surfDoKeySurf(limiar).detect(img, keypoints, cv::Mat());
+  surf.detect(img, keypoints, cv::Mat());
   std::printf("Keypoints=%u\n", static_cast<unsigned>(keypoints.size()));
   formats::impKeyPoints(argv[2], keypoints);
   tvm::avisaSeVazio(keypoints.size(), argv[2]);
@@ -45,6 +48,7 @@ void KeyStar(int argc, char** argv) {
   cv::Mat_<uchar> img;
   tvm::le(img, argv[1]);
 
+  features::verificaMemoriaDetector(features::Detector::star, img.size(), argv[1]);
   std::vector<cv::KeyPoint> keypoints;
   keypoints::starDoKeyStar().detect(img, keypoints, cv::Mat());
   std::printf("Keypoints=%u\n", static_cast<unsigned>(keypoints.size()));

@@ -4,6 +4,11 @@
 
 #include "formats/stores.hpp"
 #include "support/erro.hpp"
+#include "support/numeros.hpp"
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
 
 #include <opencv2/flann.hpp>
 
@@ -16,9 +21,27 @@ void leStore(const std::string& arquivo, std::vector<cv::KeyPoint>& keypoints, c
     tvm::erro("Erro: descritores nao sao float de 32 bits em ", arquivo);
   // Finite values give distances in [0, inf], never NaN, so sorting is safe.
   if (!cv::checkRange(descritores)) tvm::erro("Erro: descritores com valor nao finito em ", arquivo);
+  // Distances are sums of squares in float: past this bound one of them may
+  // overflow to infinity, and then the exhaustive search finds no neighbour
+  // and FLANN fails on an assertion of its own.
+  if (descritores.empty()) return;
+  double menor = 0, maior = 0;
+  cv::minMaxIdx(descritores, &menor, &maior);
+  maior = std::max(maior, -menor);
+  const double limite = maiorValorDescritor(descritores.cols);
+  if (maior > limite)
+    tvm::erro("Erro: descritores com valor " + tvm::textoDeNumero(maior) + " grande demais em ", arquivo,
+              " (com " + std::to_string(descritores.cols) + " colunas o maximo e " + tvm::textoDeNumero(limite) + ")");
 }
 
 }  // namespace
+
+double maiorValorDescritor(int colunas) {
+  // Two rows differ by at most twice this in each of `colunas` places, so a
+  // squared distance stays within a quarter of FLT_MAX: rounding in any sum
+  // order cannot reach infinity.
+  return std::sqrt(static_cast<double>(FLT_MAX) / (16.0 * std::max(colunas, 1)));
+}
 
 ParDescritores leParDescritores(const std::string& arquivo1, const std::string& arquivo2) {
   ParDescritores par;

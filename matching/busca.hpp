@@ -31,7 +31,12 @@ struct ParDescritores {
 // and, when
 // both sides have rows, equally wide: OpenCV's matchers would otherwise stop
 // on an internal assertion that names neither file.
+// Values must also stay within maiorValorDescritor(cols) in magnitude.
 ParDescritores leParDescritores(const std::string& arquivo1, const std::string& arquivo2);
+
+// The largest magnitude a descriptor element may have for the squared L2
+// distance between any two rows of `colunas` elements to be finite in float.
+double maiorValorDescritor(int colunas);
 
 // The matcher of `modo`; an empty pointer for a value outside the enum, so
 // that each tool reports it in its own words.

@@ -5,6 +5,7 @@
 #include "support/erro.hpp"
 
 #include <cstdio>
+#include <string>
 
 void MatRatio(int argc, char** argv) {
   // The first line reads "1st/2nd>ratio", as it always has; the test keeps
@@ -19,6 +20,11 @@ void MatRatio(int argc, char** argv) {
   tvm::ISTR in(argc - 4, argv + 4);
   const OpcoesRatio opcoes = leOpcoesRatio(in);
 
+  // Every keypoint of image 1 needs two neighbours for its ratio. The
+  // message keeps the text scripts know for this case and says why.
+  if (!par.descritores1.empty() && par.descritores2.rows < 2)
+    tvm::erro("Erro acRateTest inesperado: ", argv[2],
+              " tem " + std::to_string(par.descritores2.rows) + " descritor(es), a razao precisa de ao menos 2");
   const std::vector<std::vector<cv::DMatch>> listas = casa2NN(par.descritores1, par.descritores2, opcoes.busca);
   const std::vector<cv::DMatch> matches = selecionaRatio(listas, opcoes);
   // With no descriptors in image 1 nothing was offered and nothing kept: 0%.

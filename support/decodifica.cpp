@@ -2,6 +2,7 @@
 
 #include "support/arquivos.hpp"
 #include "support/formatos_diretos.hpp"
+#include "support/limites.hpp"
 
 #include <opencv2/imgcodecs.hpp>
 
@@ -65,11 +66,18 @@ void rgbParaCinza(const uchar* rgb, uchar* cinza, int largura) {
 
 }  // namespace
 
+bool tamanhoAceito(unsigned long largura, unsigned long altura, Dimensoes& declaradas) {
+  declaradas = {largura, altura};
+  constexpr unsigned long lado = 1ul << 20;
+  return largura > 0 && altura > 0 && largura <= lado && altura <= lado && largura * altura <= (1ul << 30) &&
+         static_cast<int64_t>(largura * altura) <= limitePixels();
+}
+
 // P2/P3 (text) and P5/P6 (binary), maxval 1..65535. Like imread: binary 8-bit
 // samples are taken as they are whatever maxval says, text samples are
 // clamped to maxval and, below 256, stretched to 0..255 by v*255/maxval
 // (integer division); 16-bit samples (maxval over 255) keep their high byte.
-bool lePxm(FILE* f, bool cor, cv::Mat& out) {
+bool lePxm(FILE* f, bool cor, cv::Mat& out, Dimensoes& declaradas) {
   char assinatura[2];
   if (std::fread(assinatura, 1, 2, f) != 2 || assinatura[0] != 'P') return false;
   const char tipo = assinatura[1];
@@ -80,7 +88,7 @@ bool lePxm(FILE* f, bool cor, cv::Mat& out) {
   LeitorPxm leitor(f);
   int largura = 0, altura = 0, maximo = 0;
   if (!leitor.numero(largura) || !leitor.numero(altura) || !leitor.numero(maximo)) return false;
-  if (maximo <= 0 || maximo > 65535 || !tamanhoAceito(largura, altura)) return false;
+  if (maximo <= 0 || maximo > 65535 || !tamanhoAceito(largura, altura, declaradas)) return false;
   const bool dezesseis = maximo > 255;
 
   const int amostras = largura * canais;
@@ -122,6 +130,9 @@ bool lePxm(FILE* f, bool cor, cv::Mat& out) {
 
 bool decodificaDireto(const std::string& file, int modo, cv::Mat& out) {
   if (modo != cv::IMREAD_GRAYSCALE && modo != cv::IMREAD_COLOR) return false;
+  // Read here first, so that a bad value stops the tool outside the codec
+  // libraries' setjmp frames, where tamanhoAceito reads it again.
+  const int64_t limite = limitePixels();
   Arquivo f(file, "rb");
   if (!f) return false;
   unsigned char inicio[8] = {};
@@ -131,13 +142,16 @@ bool decodificaDireto(const std::string& file, int modo, cv::Mat& out) {
   static const unsigned char png[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
   const bool cor = modo == cv::IMREAD_COLOR;
   cv::Mat imagem;
+  Dimensoes declaradas;
   bool ok = false;
   if (lidos == 8 && std::memcmp(inicio, png, 8) == 0)
-    ok = lePng(f.get(), cor, imagem);
+    ok = lePng(f.get(), cor, imagem, declaradas);
   else if (lidos >= 3 && inicio[0] == 0xFF && inicio[1] == 0xD8 && inicio[2] == 0xFF)
-    ok = leJpeg(f.get(), cor, imagem);
+    ok = leJpeg(f.get(), cor, imagem, declaradas);
   else if (lidos >= 3 && inicio[0] == 'P' && std::isspace(inicio[2]))
-    ok = lePxm(f.get(), cor, imagem);
+    ok = lePxm(f.get(), cor, imagem, declaradas);
+  if (!ok && static_cast<int64_t>(declaradas.largura * declaradas.altura) > limite)
+    verificaPixels(static_cast<int64_t>(declaradas.largura), static_cast<int64_t>(declaradas.altura), file);
   if (ok) out = imagem;
   return ok;
 }

@@ -21,7 +21,9 @@ namespace tvm {
 // Returns false, leaving `out` untouched, for an unknown format, a case that
 // might differ from imread (EXIF orientation, CMYK JPEG, P1/P4 bitmaps), an
 // image over 2^20 pixels a side or 2^30 in all, or any error or warning of
-// the codec library (a truncated file, a bad checksum).
+// the codec library (a truncated file, a bad checksum). A header declaring
+// more pixels than tvm::limitePixels() stops the tool (tvm::verificaPixels)
+// before anything is allocated.
 bool decodificaDireto(const std::string& file, int modo, cv::Mat& out);
 
 // Encodes an 8-bit grey or BGR image as PNG with the settings imwrite uses by

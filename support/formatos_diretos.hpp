@@ -8,14 +8,19 @@
 
 namespace tvm {
 
-bool lePng(FILE* f, bool cor, cv::Mat& out);
-bool leJpeg(FILE* f, bool cor, cv::Mat& out);
-bool lePxm(FILE* f, bool cor, cv::Mat& out);
+// The size a file's header declares, kept by its decoder before it decides,
+// so that an image over the program's limit is named in the message.
+struct Dimensoes {
+  unsigned long largura = 0, altura = 0;
+};
 
-// imread's limits: at most 2^20 pixels a side and 2^30 in all.
-inline bool tamanhoAceito(unsigned long largura, unsigned long altura) {
-  constexpr unsigned long lado = 1ul << 20;
-  return largura > 0 && altura > 0 && largura <= lado && altura <= lado && largura * altura <= (1ul << 30);
-}
+bool lePng(FILE* f, bool cor, cv::Mat& out, Dimensoes& declaradas);
+bool leJpeg(FILE* f, bool cor, cv::Mat& out, Dimensoes& declaradas);
+bool lePxm(FILE* f, bool cor, cv::Mat& out, Dimensoes& declaradas);
+
+// Records the size, then applies imread's limits (at most 2^20 pixels a side
+// and 2^30 in all) and the program's (tvm::limitePixels): nothing is
+// allocated for an image refused here.
+bool tamanhoAceito(unsigned long largura, unsigned long altura, Dimensoes& declaradas);
 
 }  // namespace tvm

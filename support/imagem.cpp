@@ -5,9 +5,13 @@
 #include "support/codecs_plugin.hpp"
 #include "support/decodifica.hpp"
 #include "support/erro.hpp"
+#include "support/limites.hpp"
 #include "support/plugin.hpp"
 
 #include <opencv2/imgcodecs.hpp>
+
+#include <cstdlib>
+#include <string>
 
 namespace tvm {
 
@@ -16,7 +20,12 @@ namespace {
 cv::Mat leArquivo(const std::string& file, int modo) {
   cv::Mat lida;
   if (decodificaDireto(file, modo, lida)) return lida;
-  static const LeImagem leImagem = funcaoPlugin<LeImagem>(kPluginCodecs, "quivelarLeImagem");
+  // imread reads its pixel limit once, when the plug-in loads: ours then
+  // holds for every format, checked on the header before decoding.
+  static const LeImagem leImagem = [] {
+    ::setenv("OPENCV_IO_MAX_IMAGE_PIXELS", std::to_string(limitePixels()).c_str(), 1);
+    return funcaoPlugin<LeImagem>(kPluginCodecs, "quivelarLeImagem");
+  }();
   if (!leImagem(file.c_str(), modo, &lida)) erro("Erro abertura arquivo ", file);
   return lida;
 }

@@ -32,7 +32,7 @@ constexpr int kApp1 = JPEG_APP0 + 1;
 // libjpeg converts to grey or to BGR itself, as imread asks it to. imread
 // also reads an Exif block (APP1) to turn the image, and converts CMYK by its
 // own formula; those files are refused.
-bool decodificaJpeg(jpeg_decompress_struct* info, FILE* f, bool cor, cv::Mat& out) {
+bool decodificaJpeg(jpeg_decompress_struct* info, FILE* f, bool cor, cv::Mat& out, Dimensoes& declaradas) {
   if (setjmp(reinterpret_cast<ErroJpeg*>(info->err)->salto)) return false;
   jpeg_create_decompress(info);
   jpeg_stdio_src(info, f);
@@ -49,7 +49,7 @@ bool decodificaJpeg(jpeg_decompress_struct* info, FILE* f, bool cor, cv::Mat& ou
   info->out_color_space = cor ? JCS_EXT_BGR : JCS_GRAYSCALE;
   info->out_color_components = cor ? 3 : 1;
   jpeg_calc_output_dimensions(info);
-  if (!tamanhoAceito(info->output_width, info->output_height)) return false;
+  if (!tamanhoAceito(info->output_width, info->output_height, declaradas)) return false;
 
   jpeg_start_decompress(info);
   if (static_cast<int>(info->output_components) != (cor ? 3 : 1)) return false;
@@ -64,13 +64,13 @@ bool decodificaJpeg(jpeg_decompress_struct* info, FILE* f, bool cor, cv::Mat& ou
 
 }  // namespace
 
-bool leJpeg(FILE* f, bool cor, cv::Mat& out) {
+bool leJpeg(FILE* f, bool cor, cv::Mat& out, Dimensoes& declaradas) {
   jpeg_decompress_struct info{};
   ErroJpeg erro{};
   info.err = jpeg_std_error(&erro.base);
   erro.base.error_exit = falhaJpeg;
   erro.base.emit_message = mensagemJpeg;
-  const bool ok = decodificaJpeg(&info, f, cor, out) && !erro.aviso;
+  const bool ok = decodificaJpeg(&info, f, cor, out, declaradas) && !erro.aviso;
   jpeg_destroy_decompress(&info);
   return ok;
 }

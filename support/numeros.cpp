@@ -8,6 +8,12 @@
 
 namespace tvm {
 
+std::string textoDeNumero(double value) {
+  char texto[32];
+  std::snprintf(texto, sizeof texto, "%g", value);
+  return texto;
+}
+
 RANDOM myrandom;
 
 namespace {

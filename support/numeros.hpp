@@ -21,6 +21,9 @@ constexpr double infinito = 1e30;
 bool textoParaInt(const std::string& text, int& value);
 bool textoParaDouble(const std::string& text, double& value);
 
+// A number for a message: %g, six significant digits ("1e+10", "0.2").
+std::string textoDeNumero(double value);
+
 // Next number of an open text file. Blank space is skipped, and so is every
 // line whose first non-blank characters are "//". Returns false at the end of
 // the file or when the next word is not a finite number of the target type.

@@ -25,14 +25,15 @@ void avisoPng(png_structp png, png_const_charp) { *static_cast<bool*>(png_get_er
 // palette and 1/2/4-bit grey expanded, then BGR order, grey to three
 // channels, or colour to grey with libpng's weights 0.299 and 0.587 (its
 // own rounding, and its gamma handling when the file has a gAMA chunk).
-bool decodificaPng(png_structp png, png_infop info, png_infop fim, FILE* f, bool cor, cv::Mat& out) {
+bool decodificaPng(png_structp png, png_infop info, png_infop fim, FILE* f, bool cor, cv::Mat& out,
+                   Dimensoes& declaradas) {
   if (setjmp(png_jmpbuf(png))) return false;
   png_init_io(png, f);
   png_read_info(png, info);
   png_uint_32 largura = 0, altura = 0;
   int bits = 0, tipo = 0;
   png_get_IHDR(png, info, &largura, &altura, &bits, &tipo, nullptr, nullptr, nullptr);
-  if (!tamanhoAceito(largura, altura)) return false;
+  if (!tamanhoAceito(largura, altura, declaradas)) return false;
 
   if (bits == 16) png_set_strip_16(png);
   png_set_strip_alpha(png);
@@ -89,13 +90,13 @@ bool gravaPng(png_structp png, png_infop info, std::vector<uchar>* bytes, const 
 
 }  // namespace
 
-bool lePng(FILE* f, bool cor, cv::Mat& out) {
+bool lePng(FILE* f, bool cor, cv::Mat& out, Dimensoes& declaradas) {
   bool aviso = false;
   png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &aviso, falhaPng, avisoPng);
   if (!png) return false;
   png_infop info = png_create_info_struct(png);
   png_infop fim = png_create_info_struct(png);
-  const bool ok = info && fim && decodificaPng(png, info, fim, f, cor, out) && !aviso;
+  const bool ok = info && fim && decodificaPng(png, info, fim, f, cor, out, declaradas) && !aviso;
   png_destroy_read_struct(&png, &info, &fim);
   return ok;
 }

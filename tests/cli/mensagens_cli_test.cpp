@@ -6,6 +6,7 @@
 #include "tests/common/sinteticas.hpp"
 
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <map>
@@ -45,6 +46,23 @@ void criaCena(const teste::PastaTemp& p) {
   formats::impDescritores(p / "um.xml", {k8[0]}, d.row(0));
   formats::impDescritores(p / "vazio.xml", {}, cv::Mat());
   formats::impDescritores(p / "torto.xml", k, d);
+  cv::Mat enorme(4, 8, CV_32F, cv::Scalar(1e20f));
+  enorme.row(1) *= -1;
+  formats::impDescritores(p / "enorme.xml", {k8.begin(), k8.begin() + 4}, enorme);
+  formats::impDescritores(p / "flannEnorme.xml", {k8.begin(), k8.begin() + 4}, enorme * 3e18);
+  k = {cv::KeyPoint(60, 60, 24, 30), cv::KeyPoint(30, 90, 0.2f, 200), cv::KeyPoint(95, 25, 40, -1)};
+  formats::impKeyPoints(p / "pequeno.xml", k);
+  k[1].size = 16;
+  k[1].angle = 1e10f;
+  formats::impKeyPoints(p / "angulo.xml", k);
+  // Little to store, much to decode or parse.
+  teste::salva(teste::uniforme(1000, 1200, 0), p / "g.png");
+  teste::salva(teste::uniforme(1000, 1001, 0), p / "g.bmp");
+  const std::string texto = "%YAML:1.0\n---\nkeypoints: [ 1., 2., 3., 4., 5., 0, -1 ]\n" + std::string(2000000, ' ');
+  teste::escreveTexto(p / "grande.yml", texto);
+  gzFile gz = gzopen((p / "grande.yml.gz").c_str(), "wb");
+  gzwrite(gz, texto.data(), static_cast<unsigned>(texto.size()));
+  gzclose(gz);
 }
 
 const char* const kLista =
@@ -80,6 +98,17 @@ const std::string N = "Erro: Numero de argumentos invalido\n";
 const std::string K3 = "KeyPoints k=3\n";
 const std::string kRuim = "Erro: keypoint 1 com tamanho ou posicao invalida\n";
 const std::string kVazio = "Erro: arquivo de casamentos vazio, nada a avaliar\n";
+const std::string kEnorme = "Erro: descritores com valor 1e+20 grande demais em enorme.xml (com 8 colunas o maximo e 1.63048e+18)\n";
+const std::string kPixels =
+    "Erro: imagem g.png de 1200x1000 pixels passa do limite de 1 megapixels (QUIVELAR_MAX_MEGAPIXELS muda o limite)\n";
+// g.png under QUIVELAR_MAX_MEMORIA_MB=15.
+std::string memoria(const std::string& detector, int mb) {
+  return "Erro: " + detector + " em g.png (1200x1000) precisaria de cerca de " + std::to_string(mb) +
+         " MB, mais que os 15 MB de memoria disponivel (QUIVELAR_MAX_MEMORIA_MB muda o limite)\n";
+}
+std::string kGrande(const std::string& arquivo) {
+  return "Erro: texto de " + arquivo + " passa do limite de 1 MB (QUIVELAR_MAX_STORE_MB muda o limite)\n";
+}
 
 const std::string uSift = "KeySift a.pgm a.xml [thresh edgethresh]\n  Ex: KeySift a.pgm a.xml 0.02 10\n";
 const std::string uRand =
@@ -229,8 +258,43 @@ const CasoFalha kCasos[] = {
     {"NNPalavra", {"MatNN", "d1.xml", "d2.xml", "m2.txt", "Flann"}, "", "Erro: Palavra desconhecida Flann\n"},
     {"NNVazio", {"MatNN", "d1.xml", "vazio.xml", "m2.txt"}, "", "Erro: nenhum descritor para casar em vazio.xml\n"},
     {"RatioTorto", {"MatRatio", "d1.xml", "torto.xml", "m2.txt"}, "", "Erro: numero de keypoints != descritores\n"},
-    {"RatioUmSo", {"MatRatio", "d1.xml", "um.xml", "m2.txt", "flann"}, "", "Erro acRateTest inesperado\n"},
-    {"RatioVazioAcrate", {"MatRatio", "d1.xml", "vazio.xml", "m2.txt", "acrate=0.5", "flann"}, "", "Erro acRateTest inesperado\n"},
+    {"RatioUmSo", {"MatRatio", "d1.xml", "um.xml", "m2.txt", "flann"}, "",
+     "Erro acRateTest inesperado: um.xml tem 1 descritor(es), a razao precisa de ao menos 2\n"},
+    {"RatioVazioAcrate", {"MatRatio", "d1.xml", "vazio.xml", "m2.txt", "acrate=0.5", "flann"}, "",
+     "Erro acRateTest inesperado: vazio.xml tem 0 descritor(es), a razao precisa de ao menos 2\n"},
+    // Squared distances of such values overflow a float.
+    {"NNEnorme", {"MatNN", "d1.xml", "enorme.xml", "m2.txt"}, "", kEnorme},
+    {"RatioFlannEnorme", {"MatRatio", "flannEnorme.xml", "d2.xml", "m2.txt", "flann"}, "",
+     "Erro: descritores com valor 3e+38 grande demais em flannEnorme.xml (com 8 colunas o maximo e 1.63048e+18)\n"},
+    // What OpenCV's SIFT descriptor cannot take.
+    {"SiftPequeno", {"DesSift", "a.png", "d.xml", "pequeno.xml"}, K3,
+     "Erro: keypoint 1 de pequeno.xml com tamanho 0.2 pequeno demais para SIFT (minimo 1.03709 na oitava 0)\n"},
+    {"SiftAngulo", {"DesSift", "a.png", "d.xml", "angulo.xml"}, K3,
+     "Erro: keypoint 1 de angulo.xml com angulo 1e+10 fora de -36000..36000 graus\n"},
+    {"RandDiametroNegativo", {"KeyRand", "a.png", "a.png", "h.txt", "5", "ka.xml", "kb.xml", "diamMin=-100", "diamMax=-50"}, "",
+     "Erro: diamMin deve ser ao menos 1, diamMin=-100\n"},
+    // Limits on what an input may make a tool take.
+    {"PixelsDemais", {"KeySift", "g.png", "s.xml"}, "", kPixels, {{"QUIVELAR_MAX_MEGAPIXELS", "1"}}},
+    // A format read through imread: the same limit, before it decodes.
+    {"PixelsDemaisBmp", {"KeySift", "g.bmp", "s.xml"}, "", "Erro abertura arquivo g.bmp\n", {{"QUIVELAR_MAX_MEGAPIXELS", "1"}}},
+    {"PixelsDemaisShow", {"KeyMyShow", "g.png", "k.xml", "s.png"}, "", kPixels, {{"QUIVELAR_MAX_MEGAPIXELS", "1"}}},
+    {"LimiteInvalido", {"KeySift", "a.png", "s.xml"}, "",
+     "Erro: variavel de ambiente QUIVELAR_MAX_MEGAPIXELS invalida: '1e3' (deve ser um inteiro positivo)\n",
+     {{"QUIVELAR_MAX_MEGAPIXELS", "1e3"}}},
+    {"MemoriaInvalida", {"KeyFast", "a.png", "s.xml"}, "",
+     "Erro: variavel de ambiente QUIVELAR_MAX_MEMORIA_MB invalida: '0' (deve ser um inteiro positivo)\n",
+     {{"QUIVELAR_MAX_MEMORIA_MB", "0"}}},
+    {"MemoriaSift", {"KeySift", "g.png", "s.xml"}, "", memoria("SIFT", 294), {{"QUIVELAR_MAX_MEMORIA_MB", "15"}}},
+    {"MemoriaSurf", {"KeySurf", "g.png", "s.xml"}, "", memoria("SURF", 53), {{"QUIVELAR_MAX_MEMORIA_MB", "15"}}},
+    {"MemoriaStar", {"KeyStar", "g.png", "s.xml"}, "", memoria("STAR", 38), {{"QUIVELAR_MAX_MEMORIA_MB", "15"}}},
+    {"MemoriaFast", {"KeyFast", "g.png", "s.xml"}, "", memoria("FAST", 24), {{"QUIVELAR_MAX_MEMORIA_MB", "15"}}},
+    {"MemoriaDesSift", {"DesSift", "g.png", "d.xml"}, "", memoria("SIFT", 294), {{"QUIVELAR_MAX_MEMORIA_MB", "15"}}},
+    {"MemoriaDesSurf", {"DesSurf", "g.png", "d.xml"}, "", memoria("SURF", 53), {{"QUIVELAR_MAX_MEMORIA_MB", "15"}}},
+    {"MemoriaDesRihog", {"DesRihog", "g.png", "d.xml", "naneis=5"}, "", memoria("SIFT", 294),
+     {{"QUIVELAR_MAX_MEMORIA_MB", "15"}}},
+    {"StoreGrande", {"KeyCgSize", "grande.yml", "s.xml", "2"}, "", kGrande("grande.yml"), {{"QUIVELAR_MAX_STORE_MB", "1"}}},
+    {"StoreGzGrande", {"KeyCgSize", "grande.yml.gz", "s.xml", "2"}, "", kGrande("grande.yml.gz"),
+     {{"QUIVELAR_MAX_STORE_MB", "1"}}},
     {"ROCVazio", {"MatROC", "vazio.txt", "h.txt", "r.png"}, "", kVazio},
     {"AcertVazio", {"MatAcert", "vazio.txt", "h.txt", "a2.png"}, "", kVazio},
     {"ROCDistZero", {"MatROC", "m.txt", "h.txt", "r.png", "dist=0"}, "", "Erro: dist fora do intervalo\n"},

@@ -1,6 +1,6 @@
 // Bad input, tool by tool, through the real binary. Researchers run the tools
 // by the thousand from scripts, so every bad file or word must end the run
-// with status 1, a last stderr line "Erro..." naming the file or value at
+// with status 1, one stderr line "Erro..." naming the file or value at
 // fault, no signal, within a time bound, and no file left behind.
 #include "formats/stores.hpp"
 #include "tests/common/cli.hpp"
@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <filesystem>
@@ -41,6 +42,8 @@ const std::vector<Palavras>& ferramentas() {
       {"desforapro", "@a.pgm", ">sai.yml", "key=@k.yml", "nrad=#4", "ncir=#4", "raio=#40"},
       {"matnn", "@d1.yml", "@d2.yml", ">sai.txt"},
       {"matratio", "@d1.yml", "@d2.yml", ">sai.txt", "ratio=#0.8", "acrate=#0.5"},
+      {"matmutuo", "@d1.yml", "@d2.yml", ">sai.txt"},
+      {"keyrep", "@a.pgm", "@b.pgm", "@k.yml", "@k.yml", "@h.txt", "erro=#40", "px=#3"},
       {"matshow", "@a.pgm", "@b.pgm", "@m.txt", ">sai.png"}, {"matmyshow", "@a.pgm", "@b.pgm", "@m.txt", ">sai.png"},
       // Two options at most; the colour words are read as MatAcert reads them.
       {"matroc", "@m.txt", "@h.txt", ">sai.png", "arquivo=>roc.txt", "dist=#15"},
@@ -170,6 +173,9 @@ void variantes(const Caso& base, const std::string& arquivo, bool completo, std:
       falha("pgmGigante", "P5\n100000 100000\n255\n" + lixo);
       falha("pngGigante", pngGigante());
       falha("pgmGrandeTruncado", "P5\n30000 30000\n255\n" + lixo);
+      // Damaged PNG that the codec library itself reports on.
+      falha("pngTruncado", boas().at("c1.png").substr(0, boas().at("c1.png").size() / 2));
+      falha("pngCrc", std::string(boas().at("c1.png")).replace(40, 1, 1, '\x5a'));
       break;
     case Tipo::keypoints:  // 7 numbers per keypoint
       aceita("tamanhoZero", troca(bom, {{2, "0."}}));
@@ -177,6 +183,11 @@ void variantes(const Caso& base, const std::string& arquivo, bool completo, std:
       aceita("tamanhoGigante", troca(bom, {{2, "1e30"}}));
       aceita("posicaoGigante", troca(bom, {{0, "-1e30"}, {1, "1e30"}}));
       aceita("oitavaAbsurda", troca(bom, {{5, "2147483647"}}));
+      // What OpenCV's SIFT descriptor once wrote past its buffers on.
+      aceita("tamanhoPequeno", troca(bom, {{2, "0.2"}}));
+      aceita("tamanhoNegativo", troca(bom, {{2, "-5."}}));
+      aceita("anguloAbsurdo", troca(bom, {{3, "1e10"}}));
+      aceita("anguloNegativo", troca(bom, {{3, "-80."}}));
       porCampo(7, 7, ".nan", ".inf");
       falha("camposAMenos", "%YAML:1.0\n---\nkeypoints: [ 1., 2., 3. ]\n");
       break;
@@ -190,6 +201,8 @@ void variantes(const Caso& base, const std::string& arquivo, bool completo, std:
       falha("descritorNan", boas().at("nan.yml"));
       std::string linhas = bom;
       falha("linhasGigantes", linhas.replace(linhas.find("rows: 6"), 7, "rows: 600000000"));
+      // After the 42 keypoint numbers, rows and cols: the first element.
+      falha("valorEnorme", troca(bom, {{44, "1e20"}}));
       break;
     }
     case Tipo::casamentos:  // the count, the columns, then 15 numbers per match: k1 from 3, k2 from 10
@@ -300,6 +313,8 @@ std::string executa(const Caso& caso) {
        "arquivo inesperado " + nome);
   se(falhou && e.status != 1, "status " + std::to_string(e.status));
   se(falhou && ultima.rfind("Erro", 0) != 0, "ultima linha do stderr nao comeca com Erro");
+  // One failure, one message: no line of a library before ours.
+  se(falhou && std::count(e.err.begin(), e.err.end(), '\n') != 1, "mais de uma linha no stderr");
   // Odd but legal input may fail for reasons of its own ("Erro: Desvio<epsilon").
   se(falhou && !caso.podeDarCerto && ultima.find(caso.esperado) == std::string::npos,
      "a mensagem nao cita " + caso.esperado);

@@ -50,7 +50,7 @@ Processo::~Processo() {
 
 bool Processo::espera(double segundos) {
   const auto limite = std::chrono::steady_clock::now() + std::chrono::duration<double>(segundos);
-  while (!terminou_ && !(terminou_ = ::waitpid(pid_, &st_, WNOHANG) == pid_)) {
+  while (!terminou_ && !(terminou_ = ::wait4(pid_, &st_, WNOHANG, &uso_) == pid_)) {
     if (std::chrono::steady_clock::now() >= limite) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
@@ -61,9 +61,10 @@ Execucao Processo::lido() const { return {leTudo(out_), leTudo(err_)}; }
 
 Execucao Processo::fim() {
   const bool estourou = !terminou_;
-  if (estourou && ::kill(pid_, SIGKILL) == 0) terminou_ = ::waitpid(pid_, &st_, 0) == pid_;
+  if (estourou && ::kill(pid_, SIGKILL) == 0) terminou_ = ::wait4(pid_, &st_, 0, &uso_) == pid_;
   Execucao e = lido();
   e.estourou = estourou;
+  e.picoKb = uso_.ru_maxrss;
   if (WIFEXITED(st_)) e.status = WEXITSTATUS(st_);
   if (WIFSIGNALED(st_)) e.sinal = WTERMSIG(st_);
   return e;

@@ -1,6 +1,7 @@
 // Runs the real quivelar binary, or any program, and captures what it did.
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <map>
@@ -14,6 +15,7 @@ struct Execucao {
   int status = -1;        // exit status when it exited
   int sinal = 0;          // the signal that killed it, 0 if none
   bool estourou = false;  // killed for running past the time limit
+  long picoKb = 0;        // the child's peak resident memory, in KiB
 };
 
 // A child with no stdin, its stdout and stderr kept in memory (no pipe to fill
@@ -35,6 +37,7 @@ class Processo {
  private:
   pid_t pid_ = -1;
   int out_ = -1, err_ = -1, st_ = 0;
+  struct rusage uso_ {};
   bool terminou_ = false;
 };
 

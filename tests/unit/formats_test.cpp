@@ -93,6 +93,34 @@ TEST(Stores, BadStoresStopWithTheFileNamed) {
             "Erro abertura arquivo " + (pasta / "nao/ha.xml"));
 }
 
+// The text limit on the text as OpenCV would read it: the file, or what a
+// .gz inflates to, up to the limit itself, for both readers.
+TEST(Stores, TextOverTheLimitIsRefusedInflatedOrNot) {
+  ::setenv("QUIVELAR_MAX_STORE_MB", "1", 1);
+  teste::PastaTemp pasta;
+  const std::string inicio = "%YAML:1.0\n---\nkeypoints: [ 1., 2., 3., 4., 5., 0, -1 ]\n";
+  for (const char* nome : {"k.yml", "k.yml.gz"})
+    for (const size_t tamanho : {size_t(1000000), size_t(1000001)}) {
+      const std::string arquivo = pasta / nome, texto = inicio + std::string(tamanho - inicio.size(), ' ');
+      SCOPED_TRACE(arquivo + " " + std::to_string(tamanho));
+      if (arquivo.find(".gz") == std::string::npos) {
+        teste::escreveTexto(arquivo, texto);
+      } else {
+        const std::unique_ptr<gzFile_s, int (*)(gzFile)> gz(::gzopen(arquivo.c_str(), "wb"), ::gzclose);
+        ASSERT_EQ(::gzwrite(gz.get(), texto.data(), static_cast<unsigned>(texto.size())), static_cast<int>(tamanho));
+      }
+      const std::string esperada =
+          tamanho > 1000000 ? "Erro: texto de " + arquivo + " passa do limite de 1 MB (QUIVELAR_MAX_STORE_MB muda o limite)"
+                            : "(sem erro)";
+      std::vector<cv::KeyPoint> kps;
+      cv::Mat des;
+      EXPECT_EQ(teste::mensagemDe([&] { kps = formats::leKeyPoints(arquivo); }), esperada);
+      EXPECT_EQ(kps.size(), tamanho > 1000000 ? 0u : 1u);
+      EXPECT_EQ(teste::mensagemDe([&] { formats::leDescritores(arquivo, kps, des); }), esperada);
+    }
+  ::unsetenv("QUIVELAR_MAX_STORE_MB");
+}
+
 TEST(MatchFile, ExactLayoutAndRoundTrip) {
   teste::PastaTemp pasta;
   const std::vector<cv::KeyPoint> k1 = {cv::KeyPoint(1.5f, 2, 3, 4, 5, 6, -7)};

@@ -99,6 +99,19 @@ TEST(GeraPares, PartnerIsTheMappedKeypointAndBothFitImageA) {
   }
 }
 
+// A perturbation as large as the diameters themselves: partners whose
+// diameter would reach zero or below are dropped, never written.
+TEST(GeraPares, PerturbedDiametersStayPositive) {
+  ParamRand q;
+  std::tie(q.diamMin, q.diamMax, q.pertDiam) = std::tuple(1, 6, 8);
+  const Pares p = gera({150, 150}, cv::Matx33d::eye(), 300, q);
+  ASSERT_EQ(p.b.size(), 300u);
+  float menor = p.b[0].size;
+  for (const cv::KeyPoint& b : p.b) menor = std::min(menor, b.size);
+  EXPECT_GT(menor, 0.0f);
+  EXPECT_LE(menor, 1.0f);  // the smallest whole diameter the perturbation can leave
+}
+
 TEST(GeraPares, PerturbationsAreWholeAndBounded) {
   ParamRand q;
   std::tie(q.pertPt, q.pertDiam, q.pertDeg) = std::tuple(2, 3, 5);
@@ -131,10 +144,17 @@ TEST(GeraPares, HopelessCasesStopWithAMessage) {
     ParamRand p;
     const char* inicio;
   };
-  ParamRand invertidos;
+  ParamRand invertidos, zero, negativos, pertEnorme;
   std::tie(invertidos.diamMin, invertidos.diamMax) = std::tuple(40, 30);
+  std::tie(zero.diamMin, zero.diamMax) = std::tuple(0, 10);
+  std::tie(negativos.diamMin, negativos.diamMax) = std::tuple(-100, -50);
+  // Every partner's diameter lands far outside the frame or at or below zero.
+  pertEnorme.pertDiam = 1000000000;
   const Caso casos[] = {
       {"diamMax menor", cv::Matx33d::eye(), invertidos, "Erro: diamMax deve ser maior que diamMin"},
+      {"diamMin zero", cv::Matx33d::eye(), zero, "Erro: diamMin deve ser ao menos 1, diamMin=0"},
+      {"diametros negativos", cv::Matx33d::eye(), negativos, "Erro: diamMin deve ser ao menos 1, diamMin=-100"},
+      {"pertDiam enorme", cv::Matx33d::eye(), pertEnorme, "Erro: nenhum keypoint cabe na imagem"},
       {"tudo para fora", translacao(500, 0), ParamRand(), "Erro: nenhum keypoint cabe na imagem"},
       // w = 0 everywhere: the partner is not a number and must not be kept
       {"infinito", cv::Matx33d(1, 0, 0, 0, 1, 0, 0, 0, 0), ParamRand(), "Erro: nenhum keypoint cabe na imagem"},

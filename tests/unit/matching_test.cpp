@@ -171,6 +171,37 @@ TEST(Opcoes, RatioWords) {
   }
 }
 
+// At the bound every squared distance is finite, for the exhaustive search
+// and for FLANN, with the farthest rows (+v against -v) in the widest and
+// narrowest stores; past it the store is refused.
+TEST(Stores, LargestValueKeepsDistancesFinite) {
+  for (int colunas : {1, 8, 128, 1000}) {
+    SCOPED_TRACE(colunas);
+    // The float just below the bound (a plain cast may round above it).
+    const float v = std::nextafter(static_cast<float>(maiorValorDescritor(colunas)), 0.0f);
+    cv::Mat query(2, colunas, CV_32F, cv::Scalar(v)), train(3, colunas, CV_32F, cv::Scalar(-v));
+    query.row(1).setTo(-v);
+    train.row(2).setTo(v / 2);
+    for (Busca modo : {Busca::brute, Busca::flann}) {
+      const std::vector<std::vector<cv::DMatch>> listas = casa2NN(query, train, modo);
+      ASSERT_EQ(listas.size(), 2u);
+      for (const auto& lista : listas) {
+        ASSERT_EQ(lista.size(), 2u);
+        for (const cv::DMatch& m : lista) EXPECT_TRUE(std::isfinite(m.distance)) << m.distance;
+      }
+    }
+    teste::PastaTemp pasta;
+    const std::vector<cv::KeyPoint> dois(2, cv::KeyPoint(1, 2, 3));
+    formats::impDescritores(pasta / "a.xml", dois, query);
+    EXPECT_EQ(teste::mensagemDe([&] { leParDescritores(pasta / "a.xml", pasta / "a.xml"); }), "(sem erro)");
+    query.at<float>(1, colunas - 1) = -v * 1.001f;
+    formats::impDescritores(pasta / "b.xml", dois, query);
+    EXPECT_EQ(teste::mensagemDe([&] { leParDescritores(pasta / "a.xml", pasta / "b.xml"); }).rfind(
+                  "Erro: descritores com valor ", 0),
+              0u);
+  }
+}
+
 // The pair of stores MatNN and MatRatio read; a count mismatch and a missing
 // file are the messages' own cases.
 TEST(Stores, PairChecks) {

@@ -6,13 +6,17 @@
 #include "support/erro.hpp"
 #include "support/img.hpp"
 #include "support/imagem.hpp"
+#include "support/limites.hpp"
 #include "support/numeros.hpp"
 #include "tests/common/erros.hpp"
 #include "tests/common/pasta_temp.hpp"
+#include "tests/common/sinteticas.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
+#include <optional>
 
 namespace {
 
@@ -150,6 +154,78 @@ TEST(Imagem, WriteReadConvertAndFailures) {
   cv::Mat_<std::complex<float>> complexa;
   tvm::converte(cv::Mat_<uchar>(2, 3, uchar(10)), complexa);
   EXPECT_EQ(complexa(0, 0), std::complex<float>(10.0f, 0.0f));
+}
+
+// An environment variable set (or removed) for the life of the object.
+class Variavel {
+ public:
+  Variavel(const char* nome, const std::optional<std::string>& valor) : nome_(nome) {
+    if (const char* antes = std::getenv(nome)) antes_ = antes;
+    valor ? ::setenv(nome, valor->c_str(), 1) : ::unsetenv(nome);
+  }
+  ~Variavel() { antes_ ? ::setenv(nome_, antes_->c_str(), 1) : ::unsetenv(nome_); }
+
+ private:
+  const char* nome_;
+  std::optional<std::string> antes_;
+};
+
+TEST(Limites, EnvironmentRaisesOrLowersEachLimit) {
+  const struct {
+    std::optional<std::string> valor;
+    int64_t pixels;  // -1: the value is refused
+  } casos[] = {{std::nullopt, tvm::kMegapixelsPadrao * 1000000}, {"3", 3000000}, {"9223372036854", 9223372036854000000},
+               {"0", -1}, {"-2", -1}, {"1e3", -1}, {"12 ", -1}, {"", -1}, {"9223372036855", -1}};
+  for (const auto& c : casos) {
+    SCOPED_TRACE(c.valor.value_or("(ausente)"));
+    const Variavel v("QUIVELAR_MAX_MEGAPIXELS", c.valor);
+    int64_t lido = -1;
+    const std::string m = teste::mensagemDe([&] { lido = tvm::limitePixels(); });
+    EXPECT_EQ(lido, c.pixels);
+    if (c.pixels < 0) {
+      EXPECT_EQ(m, "Erro: variavel de ambiente QUIVELAR_MAX_MEGAPIXELS invalida: '" + *c.valor +
+                       "' (deve ser um inteiro positivo)");
+    }
+  }
+  {
+    const Variavel v("QUIVELAR_MAX_STORE_MB", std::nullopt);
+    EXPECT_EQ(tvm::limiteStoreBytes(), tvm::kStoreMbPadrao * 1000000);
+  }
+  const Variavel v("QUIVELAR_MAX_STORE_MB", "7");
+  EXPECT_EQ(tvm::limiteStoreBytes(), 7000000);
+}
+
+TEST(Limites, MemoryEstimateAgainstWhatIsAvailable) {
+  {
+    const Variavel v("QUIVELAR_MAX_MEMORIA_MB", std::nullopt);
+    EXPECT_GT(tvm::memoriaDisponivel(), 0);  // this machine reports MemAvailable
+  }
+  const Variavel v("QUIVELAR_MAX_MEMORIA_MB", "50");
+  EXPECT_EQ(tvm::memoriaDisponivel(), 50000000);
+  EXPECT_EQ(teste::mensagemDe([] { tvm::verificaMemoria(50e6, "X em a.png"); }), "(sem erro)");
+  EXPECT_EQ(teste::mensagemDe([] { tvm::verificaMemoria(50e6 + 1, "X em a.png"); }),
+            "Erro: X em a.png precisaria de cerca de 50 MB, mais que os 50 MB de memoria disponivel "
+            "(QUIVELAR_MAX_MEMORIA_MB muda o limite)");
+}
+
+// Each format the program decodes itself is refused on its header's size;
+// the limit itself is allowed. (Formats left to the codec plug-in are in
+// mensagens_cli_test: this process has OpenCV's codecs loaded already.)
+TEST(Limites, ImagesOverThePixelLimitAreRefusedByTheirHeader) {
+  const Variavel v("QUIVELAR_MAX_MEGAPIXELS", "1");
+  teste::PastaTemp pasta;
+  for (const char* extensao : {".png", ".jpg", ".pgm"}) {
+    SCOPED_TRACE(extensao);
+    const std::string cabe = pasta / (std::string("cabe") + extensao), grande = pasta / (std::string("g") + extensao);
+    teste::salva(teste::uniforme(1000, 1000, 7), cabe);
+    teste::salva(teste::uniforme(1000, 1001, 7), grande);
+    cv::Mat_<uchar> lida;
+    EXPECT_EQ(teste::mensagemDe([&] { tvm::le(lida, cabe); }), "(sem erro)");
+    EXPECT_EQ(lida.size(), cv::Size(1000, 1000));
+    EXPECT_EQ(teste::mensagemDe([&] { tvm::le(lida, grande); }),
+              "Erro: imagem " + grande +
+                  " de 1001x1000 pixels passa do limite de 1 megapixels (QUIVELAR_MAX_MEGAPIXELS muda o limite)");
+  }
 }
 
 TEST(Img, ViewGuardsAndClamps) {
