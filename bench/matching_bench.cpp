@@ -150,7 +150,7 @@ __attribute__((target("avx512f"))) void BM_PicoFMA(benchmark::State& state) {
 
 }  // namespace
 
-BENCHMARK(BM_PicoFMA);
+BENCHMARK(BM_PicoFMA)->Threads(1)->Threads(2)->UseRealTime();
 BENCHMARK(BM_ForcaBruta)
     ->ArgNames({"caminho", "k", "threads"})
     ->ArgsProduct({{0, 1, 2}, {1, 2}, {1, -1}})

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
+#include <memory>
 #include <sstream>
 
 namespace sweep {
@@ -125,24 +126,22 @@ void gravaFatia(const std::string& saida, const Fatia& f, const Manifesto& m, co
 
 Juncao junta(const std::string& saida) {
   const std::string pasta = saida + "/fatias";
-  DIR* d = opendir(pasta.c_str());
+  // Closed however the loop ends, and only after the entry's name is used.
+  const std::unique_ptr<DIR, int (*)(DIR*)> d(opendir(pasta.c_str()), closedir);
   if (!d) tvm::erro("Erro: nenhuma fatia em ", pasta);
   std::vector<std::pair<Fatia, Manifesto>> achadas;
-  while (dirent* e = readdir(d)) {
+  while (const dirent* e = readdir(d.get())) {
+    const std::string nome = e->d_name;
     int i = -1, n = -1, lidos = 0;
-    if (std::sscanf(e->d_name, "fatia-%d-de-%d.txt%n", &i, &n, &lidos) != 2 ||
-        lidos != static_cast<int>(std::string(e->d_name).size()))
+    if (std::sscanf(nome.c_str(), "fatia-%d-de-%d.txt%n", &i, &n, &lidos) != 2 ||
+        lidos != static_cast<int>(nome.size()))
       continue;
     const Fatia f{i, n};
     Manifesto m;
-    if (i < 0 || n < 1 || i >= n || nomeFatia(f) + ".txt" != "fatias/" + std::string(e->d_name) ||
-        !leManifesto(pasta + "/" + e->d_name, m)) {
-      closedir(d);
-      tvm::erro("Erro: fatia ilegivel ", pasta + "/" + e->d_name);
-    }
+    if (i < 0 || n < 1 || i >= n || nomeFatia(f) + ".txt" != "fatias/" + nome || !leManifesto(pasta + "/" + nome, m))
+      tvm::erro("Erro: fatia ilegivel ", pasta + "/" + nome);
     achadas.emplace_back(f, m);
   }
-  closedir(d);
   if (achadas.empty()) tvm::erro("Erro: nenhuma fatia em ", pasta);
   std::sort(achadas.begin(), achadas.end(), [](const auto& a, const auto& b) {
     return std::make_pair(a.first.total, a.first.indice) < std::make_pair(b.first.total, b.first.indice);
