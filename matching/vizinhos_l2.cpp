@@ -3,9 +3,11 @@
 #include <opencv2/features2d.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <cfloat>
 #include <cmath>
 #include <cstring>
+#include <mutex>
 #include <optional>
 
 #if defined(__x86_64__)
@@ -228,7 +230,7 @@ void buscaTarefa(const cv::Mat& query, const cv::Mat& train, int k, int q0, int 
 //   smallest upper bound are dropped, the others are summed again with the
 //   exact kernel, in train order, and selected by OpenCV's rule.
 // Either way the answer is BFMatcher's bit for bit, and no distance matrix
-// is held: a tile of 8 queries by 32 train rows lives in registers.
+// is held: a tile of 12 queries by 32 train rows lives in registers.
 
 #if defined(__x86_64__)
 
@@ -237,23 +239,57 @@ constexpr int kLinhasNucleo = 12;    // query rows per tile
 constexpr int kPaineisBloco = 32;    // panels per train block (1024 rows)
 constexpr int kConsultasTarefa = 96;  // whole tiles of query rows
 
+// Calls f(i0, i1) over blocks of [0, rows) on OpenCV's thread pool: the
+// passes over the data before the product are part of what a second thread
+// must share, or they cap its gain.
+template <typename F>
+void porBlocos(int rows, const F& f) {
+  constexpr int kBloco = 256;
+  cv::parallel_for_(cv::Range(0, (rows + kBloco - 1) / kBloco), [&](const cv::Range& r) {
+    f(r.start * kBloco, std::min(rows, r.end * kBloco));
+  });
+}
+
 // Whole numbers in [lo, hi] with n (hi - lo)^2 and 2 n max(|lo|, |hi|)^2
 // below 2^24: every partial sum of squares, products and norms is exact.
 bool dadosExatos(const cv::Mat& a, const cv::Mat& b, int n) {
-  float lo = 0, hi = 0;
-  bool primeiro = true;
-  for (const cv::Mat* m : {&a, &b})
-    for (int i = 0; i < m->rows; ++i) {
-      const float* p = m->ptr<float>(i);
-      for (int j = 0; j < n; ++j) {
-        if (p[j] != std::nearbyint(p[j])) return false;
-        if (primeiro) lo = hi = p[j], primeiro = false;
-        lo = std::min(lo, p[j]);
-        hi = std::max(hi, p[j]);
+  std::atomic<bool> inteiros{true};
+  std::mutex m;
+  float lo = FLT_MAX, hi = -FLT_MAX;
+  for (const cv::Mat* mat : {&a, &b})
+    porBlocos(mat->rows, [&](int i0, int i1) {
+      float l = FLT_MAX, h = -FLT_MAX;
+      for (int i = i0; i < i1 && inteiros.load(std::memory_order_relaxed); ++i) {
+        const float* p = mat->ptr<float>(i);
+        for (int j = 0; j < n; ++j) {
+          if (p[j] != std::nearbyint(p[j])) {
+            inteiros = false;
+            return;
+          }
+          l = std::min(l, p[j]);
+          h = std::max(h, p[j]);
+        }
       }
-    }
+      std::lock_guard<std::mutex> trava(m);
+      lo = std::min(lo, l);
+      hi = std::max(hi, h);
+    });
+  if (!inteiros || lo > hi) return false;
   const double limite = 16777216.0, amplitude = double(hi) - lo, maior = std::max(std::fabs(lo), std::fabs(hi));
   return n * amplitude * amplitude < limite && 2.0 * n * maior * maior < limite;
+}
+
+// |r|^2 of each row, summed in double so the float result is the rounded
+// true value.
+void normas(const cv::Mat& m, int n, float* destino) {
+  porBlocos(m.rows, [&](int i0, int i1) {
+    for (int i = i0; i < i1; ++i) {
+      const float* r = m.ptr<float>(i);
+      double norma = 0;
+      for (int k = 0; k < n; ++k) norma += double(r[k]) * r[k];
+      destino[i] = float(norma);
+    }
+  });
 }
 
 // Train rows packed by panels: panel p holds, for each element k, the 32
@@ -269,16 +305,14 @@ TreinoEmPaineis empacota(const cv::Mat& train, int n) {
   t.paineis = (train.rows + kLarguraPainel - 1) / kLarguraPainel;
   t.valores.assign(size_t(t.paineis) * n * kLarguraPainel, 0.f);
   t.normas.assign(size_t(t.paineis) * kLarguraPainel, 0.f);
-  for (int i = 0; i < train.rows; ++i) {
-    const float* r = train.ptr<float>(i);
-    float* painel = &t.valores[size_t(i / kLarguraPainel) * n * kLarguraPainel + i % kLarguraPainel];
-    double norma = 0;
-    for (int k = 0; k < n; ++k) {
-      painel[size_t(k) * kLarguraPainel] = r[k];
-      norma += double(r[k]) * r[k];
+  porBlocos(train.rows, [&](int i0, int i1) {
+    for (int i = i0; i < i1; ++i) {
+      const float* r = train.ptr<float>(i);
+      float* painel = &t.valores[size_t(i / kLarguraPainel) * n * kLarguraPainel + i % kLarguraPainel];
+      for (int k = 0; k < n; ++k) painel[size_t(k) * kLarguraPainel] = r[k];
     }
-    t.normas[i] = float(norma);
-  }
+  });
+  normas(train, n, t.normas.data());
   return t;
 }
 
@@ -411,12 +445,7 @@ std::optional<std::vector<std::vector<cv::DMatch>>> vizinhosPorProduto(const cv:
   Produto p{query, train, n, k, dadosExatos(query, train, n), float((4.0 * n + 128) / 16777216.0), {}, {}};
   p.t = empacota(train, n);
   p.normasQuery.resize(nq);
-  for (int i = 0; i < nq; ++i) {
-    double norma = 0;
-    const float* r = query.ptr<float>(i);
-    for (int e = 0; e < n; ++e) norma += double(r[e]) * r[e];
-    p.normasQuery[i] = float(norma);
-  }
+  normas(query, n, p.normasQuery.data());
   const auto grande = [](float v) { return !(v < 1e30f); };
   if (std::any_of(p.normasQuery.begin(), p.normasQuery.end(), grande) ||
       std::any_of(p.t.normas.begin(), p.t.normas.end(), grande))
@@ -456,9 +485,11 @@ std::optional<std::vector<std::vector<cv::DMatch>>> vizinhosPorProduto(const cv:
     }
   });
   std::vector<std::vector<cv::DMatch>> listas(nq);
-  for (int i = 0; i < nq; ++i)
-    for (int e = 0; e < k && sel[i].idx[e] >= 0; ++e)
-      listas[i].emplace_back(i, sel[i].idx[e], 0, deBits(sel[i].dist[e]));
+  porBlocos(nq, [&](int i0, int i1) {
+    for (int i = i0; i < i1; ++i)
+      for (int e = 0; e < k && sel[i].idx[e] >= 0; ++e)
+        listas[i].emplace_back(i, sel[i].idx[e], 0, deBits(sel[i].dist[e]));
+  });
   return listas;
 }
 

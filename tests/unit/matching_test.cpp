@@ -61,10 +61,11 @@ TEST(Busca, BruteForceIsOpenCVsMatcherBitForBit) {
       {"UmPassoEMeio", aleatorios(17, 24, 13), aleatorios(9, 24, 14)},
       {"UmaLinhaDeTreino", aleatorios(5, 128, 15), aleatorios(1, 128, 16)},
       {"DistanciasInfinitas", aleatorios(6, 16, 17) * 1e20, aleatorios(7, 16, 18) * -1e20},
-      // The product path's own boundaries: blocks of 1024 train rows, tasks
-      // of 64 queries, tiles of 8 by 32; whole numbers too wide for exact
-      // sums; nearly equal distances; zero rows; large and negative values.
-      {"SiftEmVariosBlocos", aleatorios(130, 128, 19, 255), aleatorios(2100, 128, 20, 255)},
+      // The product path's own boundaries: blocks of 1024 train rows, passes
+      // over 256 rows, tasks of 96 queries, tiles of 12 by 32; whole numbers
+      // too wide for exact sums; nearly equal distances; zero rows; large
+      // and negative values.
+      {"SiftEmVariosBlocos", aleatorios(300, 128, 19, 255), aleatorios(2100, 128, 20, 255)},
       {"InteirosLargos", aleatorios(70, 128, 21, 4000), aleatorios(300, 128, 22, 4000)},
       {"QuaseIguais", aleatorios(9, 64, 40), quase},
       {"Zeros", zeros.rowRange(0, 12), zeros},
