@@ -61,7 +61,7 @@ const Comando comandos[] = {
     {"matvis", MatVis, "MatVis    - Visualiza um a um os casamentos, tendo matriz 3x3"},
     {"sobrroc", SobrROC, "SobrROC   - Sobrepoe ROCs"},
     {"filtmat", FiltMat, "FiltMat   - Calcula a taxa de acertos de casamentos, tendo matriz 3x3. Filtra."},
-    {"varre", Varre, "Varre     - Mede detectores x descritores x casamentos em todo um dataset"},
+    {"varre", Varre, "Varre     - Mede detectores x descritores x casamentos em todo um dataset", true},
     {"varrejunta", VarreJunta, "VarreJunta- Junta as fatias de uma varredura feita em partes (shard=i/n)"},
     {"seqsint", SeqSint, "SeqSint   - Gera sequencia sintetica com transformacoes exatas"},
     {"graficos", Graficos, "Graficos  - Desenha MMA, repetibilidade e recall x 1-precisao de uma tabela"},

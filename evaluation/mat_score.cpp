@@ -32,7 +32,9 @@ void MatScore(int argc, char** argv) {
          "  ap: precisao media da lista; homography: erro medio dos cantos da estimada por RANSAC"});
   const evaluation::ParMedido par = evaluation::leParMedido(argv[1], argv[2], argv[3], argv[4], argv[6]);
   const evaluation::Geometria& g = par.g;
-  const formats::Casamentos c = formats::leCasamentos(argv[5]);
+  formats::Casamentos c = formats::leCasamentos(argv[5]);
+  evaluation::restauraDaStore(par.k1, c.keypoints1);
+  evaluation::restauraDaStore(par.k2, c.keypoints2);
   evaluation::confereKeyPoints(c.keypoints1, g.img1, argv[5], argv[1]);
   evaluation::confereKeyPoints(c.keypoints2, g.img2, argv[5], argv[2]);
 

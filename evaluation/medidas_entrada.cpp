@@ -1,12 +1,18 @@
 #include "evaluation/medidas_entrada.hpp"
 
+#include "formats/match_file.hpp"
 #include "formats/stores.hpp"
 #include "formats/transform.hpp"
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
 
+#include <array>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
+#include <map>
+#include <optional>
 
 namespace evaluation {
 
@@ -50,6 +56,29 @@ ParMedido leParMedido(const std::string& img1, const std::string& img2, const st
   confereKeyPoints(p.k1, p.g.img1, key1, img1);
   confereKeyPoints(p.k2, p.g.img2, key2, img2);
   return p;
+}
+
+void restauraDaStore(const std::vector<cv::KeyPoint>& store, std::vector<cv::KeyPoint>& lidos) {
+  // Keys by bits: NaN angles or responses still order and compare.
+  using Chave = std::array<uint32_t, 7>;
+  const auto chave = [](const cv::KeyPoint& k) {
+    Chave c{};
+    const float campos[5] = {k.pt.x, k.pt.y, k.size, k.angle, k.response};
+    std::memcpy(c.data(), campos, sizeof campos);
+    c[5] = static_cast<uint32_t>(k.octave);
+    c[6] = static_cast<uint32_t>(k.class_id);
+    return c;
+  };
+  // Text -> the one store keypoint it stands for, or none when two differ.
+  std::map<Chave, std::optional<cv::KeyPoint>> porTexto;
+  for (const cv::KeyPoint& k : store) {
+    const auto [lugar, novo] = porTexto.try_emplace(chave(formats::comoNoArquivo(k)), k);
+    if (!novo && lugar->second && chave(*lugar->second) != chave(k)) lugar->second.reset();
+  }
+  for (cv::KeyPoint& k : lidos) {
+    const auto lugar = porTexto.find(chave(k));
+    if (lugar != porTexto.end() && lugar->second) k = *lugar->second;
+  }
 }
 
 void leOpcoesMedida(tvm::ISTR& opcoes, OpcoesMedida& op) {

@@ -39,6 +39,12 @@ ParMedido leParMedido(const std::string& img1, const std::string& img2, const st
 void confereKeyPoints(const std::vector<cv::KeyPoint>& k, cv::Size img, const std::string& arquivo,
                       const std::string& imagem);
 
+// A match file keeps seven significant digits of each keypoint, the store
+// keeps it whole. Each match keypoint that stands for store keypoints of one
+// position and shape gets the store's back, so the measures are those of the
+// keypoints the matcher saw (and a sweep's); others stay as read.
+void restauraDaStore(const std::vector<cv::KeyPoint>& store, std::vector<cv::KeyPoint>& lidos);
+
 // The options both tools share: erro=<overlap error in %> comum=ambas|opencv
 // csv=<table to append to>.
 struct OpcoesMedida {

@@ -36,6 +36,14 @@ int escreveKeyPoint(char* linha, int n, const cv::KeyPoint& k) {
                            k.size, k.angle, k.response, k.octave, k.class_id);
 }
 
+float pelaEscrita(float v) {
+  char texto[32];
+  std::snprintf(texto, sizeof texto, "%e", v);
+  double lido = 0;
+  tvm::textoParaDouble(texto, lido);
+  return static_cast<float>(lido);
+}
+
 long tamanhoArquivo(const std::string& nome) {
   struct stat info {};
   return ::stat(nome.c_str(), &info) == 0 ? static_cast<long>(info.st_size) : 0;
@@ -80,6 +88,11 @@ void leMatch(std::vector<cv::DMatch>& matches, std::vector<cv::KeyPoint>& keypoi
              std::vector<cv::KeyPoint>& keypoints2, const std::string& fileName) {
   if (!leMatchRapido(fileName, matches, keypoints1, keypoints2))
     leMatchFscanf(matches, keypoints1, keypoints2, fileName);
+}
+
+cv::KeyPoint comoNoArquivo(const cv::KeyPoint& k) {
+  return cv::KeyPoint(pelaEscrita(k.pt.x), pelaEscrita(k.pt.y), pelaEscrita(k.size), pelaEscrita(k.angle),
+                      pelaEscrita(k.response), k.octave, k.class_id);
 }
 
 void leMatchFscanf(std::vector<cv::DMatch>& matches, std::vector<cv::KeyPoint>& keypoints1,

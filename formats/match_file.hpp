@@ -31,6 +31,10 @@ void impMatch(const std::vector<cv::DMatch>& matches, const std::vector<cv::KeyP
 void leMatch(std::vector<cv::DMatch>& matches, std::vector<cv::KeyPoint>& keypoints1,
              std::vector<cv::KeyPoint>& keypoints2, const std::string& fileName);
 
+// The keypoint as a match file gives it back: each float field through its
+// "%e" text, read as the readers above read it.
+cv::KeyPoint comoNoArquivo(const cv::KeyPoint& k);
+
 // The word-by-word reader alone (tvm::leNum), which leMatch falls back on for
 // files the direct parser does not take: the reference it must agree with.
 void leMatchFscanf(std::vector<cv::DMatch>& matches, std::vector<cv::KeyPoint>& keypoints1,

@@ -328,7 +328,7 @@ class Sequencia {
         for (const Casador& cas : p_.casadores) linhaFalha(partes[k], s_, k + 1, det, des, cas, falha);
         return;
       }
-      const Repeticao& rep = det.aleatorio ? repeticoesRand_[k] : repeticoes_[k];
+      const Repeticao& rep = det.aleatorio ? repeticoesRand_[k] : repeticaoDetectada(k);
       const bool comCurva = s_.nome == p_.curvaSequencia && k + 1 == p_.curvaVista;
       mede(partes[k], p_, s_, k + 1, det, des, a[k], b[k], imagens_[0].pixels, imagens_[k].pixels, geometrias_[k], rep,
            comCurva);
@@ -352,8 +352,7 @@ class Sequencia {
     return false;
   }
 
-  // Keypoints of every image for this detector, and the repeatability of
-  // every pair, once.
+  // Keypoints of every image for this detector, once.
   void detecta(int idet) {
     if (detectorAtual_ == idet) return;
     detectorAtual_ = idet;
@@ -372,12 +371,18 @@ class Sequencia {
       d.segundosDetecao = segundosDesde(t0);
       d.detectados = static_cast<int>(d.keypoints.size());
     });
-    repeticoes_.assign(n, Repeticao());
-    paraCada(n, [&](int k) {
-      if (k > 0 && deteccoes_[0].falha.empty() && deteccoes_[k].falha.empty() && geometrias_[k].falha.empty())
-        repeticoes_[k] =
-            repeticao(p_, deteccoes_[0], deteccoes_[k], imagens_[0].pixels, imagens_[k].pixels, geometrias_[k]);
-    });
+    repeticoes_.assign(n, std::nullopt);
+  }
+
+  // The repeatability of pair 1-(k + 1) for the current detector, computed
+  // by the first unit that measures the pair: inside that unit's pass over
+  // the pairs, so it costs no pass of its own. Only the task of pair k
+  // touches slot k.
+  const Repeticao& repeticaoDetectada(int k) {
+    if (!repeticoes_[k])
+      repeticoes_[k] =
+          repeticao(p_, deteccoes_[0], deteccoes_[k], imagens_[0].pixels, imagens_[k].pixels, geometrias_[k]);
+    return *repeticoes_[k];
   }
 
   const Plano& p_;
@@ -386,7 +391,7 @@ class Sequencia {
   std::vector<Geometria> geometrias_;
   int detectorAtual_ = -1;
   std::vector<Descricao> deteccoes_;
-  std::vector<Repeticao> repeticoes_;
+  std::vector<std::optional<Repeticao>> repeticoes_;
   std::vector<Repeticao> repeticoesRand_ = std::vector<Repeticao>(s_.vistas());
 };
 

@@ -1,6 +1,8 @@
 // Curves, ROC file, overlay, labels and warnings of the evaluation tools, in-process.
 #include "evaluation/avisos.hpp"
 #include "evaluation/curvas.hpp"
+#include "evaluation/medidas_entrada.hpp"
+#include "formats/match_file.hpp"
 #include "evaluation/opcoes.hpp"
 #include "support/texto.hpp"
 #include "tests/common/erros.hpp"
@@ -196,6 +198,32 @@ TEST(AvisosTransformacao, CurvaROCNaJanelaDoGrafico) {
       {{}, false},
   };
   for (const auto& c : casos) EXPECT_EQ(evaluation::rocNaJanela(c.pontos), c.naJanela) << c.pontos.size();
+}
+
+// A match file's keypoints (seven digits) get the store's whole ones back
+// when the text names one keypoint; two store keypoints that print the same
+// and differ, or one not in the store, leave the read one as it is.
+TEST(RestauraDaStore, SoQuandoOTextoNomeiaUm) {
+  const cv::KeyPoint unico(123.456789f, 45.6789123f, 7.65432198f, 301.234567f, 0.0123456789f, 2, -1);
+  // 10 plus 3 and 4 units in the last place: both print as 1.000000e+01.
+  cv::KeyPoint gemeo1(10.f, 20.f, 3.f, 90.f, 0.5f, 1, -1);
+  for (int i = 0; i < 3; ++i) gemeo1.pt.x = std::nextafter(gemeo1.pt.x, 11.f);
+  cv::KeyPoint gemeo2 = gemeo1;
+  gemeo2.pt.x = std::nextafter(gemeo1.pt.x, 11.f);
+  const cv::KeyPoint fora(1.5f, 2.5f, 3.5f, 4.5f, 0.25f, 0, -1);
+  const std::vector<cv::KeyPoint> store = {gemeo1, unico, gemeo2, unico};
+  ASSERT_NE(formats::comoNoArquivo(unico).pt.x, unico.pt.x) << "the case needs a keypoint the text rounds";
+  ASSERT_EQ(formats::comoNoArquivo(gemeo1).pt.x, 10.f);
+  ASSERT_EQ(formats::comoNoArquivo(gemeo2).pt.x, 10.f);
+  std::vector<cv::KeyPoint> lidos = {formats::comoNoArquivo(unico), formats::comoNoArquivo(gemeo2), fora};
+  const std::vector<cv::KeyPoint> esperados = {unico, formats::comoNoArquivo(gemeo2), fora};
+  evaluation::restauraDaStore(store, lidos);
+  for (size_t i = 0; i < lidos.size(); ++i) {
+    EXPECT_EQ(lidos[i].pt, esperados[i].pt) << i;
+    EXPECT_EQ(lidos[i].size, esperados[i].size) << i;
+    EXPECT_EQ(lidos[i].angle, esperados[i].angle) << i;
+    EXPECT_EQ(lidos[i].response, esperados[i].response) << i;
+  }
 }
 
 }  // namespace
