@@ -8,10 +8,14 @@
 #include "support/imagem.hpp"
 #include "sweep/fatias.hpp"
 #include "sweep/progresso.hpp"
+#include "sweep/tarefas.hpp"
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <map>
+#include <memory>
+#include <mutex>
 #include <new>
 #include <optional>
 
@@ -236,163 +240,264 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const 
   }
 }
 
-// Calls f(i) for i in [0, n) over OpenCV's thread pool. Each call writes
-// only its own slot and catches its own failures, so results do not depend on
-// the thread count; OpenCV runs the kernels inside each call serially.
-template <typename F>
-void paraCada(int n, const F& f) {
-  if (n <= 0) return;
-  cv::parallel_for_(
-      cv::Range(0, n),
-      [&](const cv::Range& r) {
-        for (int i = r.start; i < r.end; ++i) f(i);
-      },
-      n);
+void gravaTabela(const std::string& arquivo, const std::string& cabecalho, const std::string& corpo);
+
+// What one sequence holds while its units run: images, transforms and, per
+// detector, the keypoints of every image and the repeatability of every
+// pair. Released when its last unit is written, so memory does not grow
+// with the dataset. Every slot is made before the tasks run; each task
+// writes only its own.
+struct Sequencia {
+  std::vector<Imagem> imagens;
+  std::vector<Geometria> geometrias;
+  std::vector<std::vector<Descricao>> deteccoes;  // [detector][image]
+  std::vector<std::vector<Repeticao>> repeticoes;  // [detector][pair]
+
+  // The failure, if any, of an input of pair 1-(k + 1): image 1, image
+  // k + 1, then the transform.
+  std::string falhaDoPar(int k) const {
+    if (!imagens[0].falha.empty()) return imagens[0].falha;
+    if (!imagens[k].falha.empty()) return imagens[k].falha;
+    return geometrias[k].falha;
+  }
+};
+
+// One unit's images described and its rows per pair: a[k], b[k] the
+// keypoints and rows of images 1 and k + 1 for pair k (rand pairs), or
+// descritas[k] those of image k + 1 (detected keypoints).
+struct EmCurso {
+  std::vector<Descricao> a, b, descritas;
+  std::vector<std::string> falhas;
+  std::vector<Repeticao> repeticoesRand;
+  std::vector<Saidas> partes;
+};
+
+void leEntradas(const datasets::Sequencia& s, int k, Sequencia& q) {
+  if (s.imagens[k].empty())
+    q.imagens[k].falha = "Erro: imagem " + std::to_string(k + 1) + " ausente em " + s.pasta;
+  else
+    q.imagens[k].falha = capturaFalha([&] { tvm::le(q.imagens[k].pixels, s.imagens[k]); });
+  if (k == 0) return;
+  if (s.transformacoes[k].empty())
+    q.geometrias[k].falha = "Erro: transformacao 1-" + std::to_string(k + 1) + " ausente em " + s.pasta;
+  else
+    q.geometrias[k].falha = capturaFalha(
+        [&] { evaluation::leTransformacao(s.transformacoes[k], q.geometrias[k].H, q.geometrias[k].Hinv); });
 }
 
-// What one sequence holds in memory while its units run: its images,
-// transforms and, per detector, keypoints and repeatability. Nothing of it
-// outlives the sequence, so memory does not grow with the dataset.
-class Sequencia {
+// Whether the detector's one-pass description serves a descriptor of the plan.
+bool descreveJunto(const Plano& p, const Detector& det) {
+  if (!det.detectaEDescreve) return false;
+  for (const Descritor& d : p.descritores)
+    if (d.nome == det.descreveComo) return true;
+  return false;
+}
+
+void detectaImagem(const Plano& p, const Detector& det, const Imagem& im, Descricao& d) {
+  d.falha = im.falha;
+  if (!d.falha.empty()) return;
+  const auto t0 = Relogio::now();
+  if (descreveJunto(p, det))
+    d.falha = capturaFalha([&] { det.detectaEDescreve(im.pixels, d.keypoints, d.linhas); });
+  else
+    d.falha = capturaFalha([&] { d.keypoints = det.detecta(im.pixels); });
+  d.segundosDetecao = segundosDesde(t0);
+  d.detectados = static_cast<int>(d.keypoints.size());
+}
+
+// Rows of pair 1-(k + 1) of a unit.
+void medePar(const Plano& p, const datasets::Sequencia& s, const Sequencia& q, const Detector& det,
+             const Descritor& des, const Descricao& a, const Descricao& b, const std::string& falhaEntradas,
+             const Repeticao& rep, int k, Saidas& parte) {
+  std::string falha = falhaEntradas;
+  if (falha.empty()) falha = a.falha;
+  if (falha.empty()) falha = b.falha;
+  if (!falha.empty()) {
+    for (const Casador& cas : p.casadores) linhaFalha(parte, s, k + 1, det, des, cas, falha);
+    return;
+  }
+  const bool comCurva = s.nome == p.curvaSequencia && k + 1 == p.curvaVista;
+  mede(parte, p, s, k + 1, det, des, a, b, q.imagens[0].pixels, q.imagens[k].pixels, q.geometrias[k], rep,
+       comCurva);
+}
+
+// The whole run as one graph of tasks, sequence after sequence in table
+// order. A sequence's inputs are read only once the sequence two before it
+// is released: at most two are in memory, the second filling the gaps the
+// first leaves. The rand pairs are drawn from the one shared generator in
+// unit order, whatever the thread count.
+class Grafo {
  public:
-  Sequencia(const Plano& p, const datasets::Sequencia& s) : p_(p), s_(s) {
-    const int n = s.vistas();
-    imagens_.resize(n);
-    geometrias_.resize(n);
-    paraCada(n, [&](int k) {
-      if (s.imagens[k].empty())
-        imagens_[k].falha = "Erro: imagem " + std::to_string(k + 1) + " ausente em " + s.pasta;
-      else
-        imagens_[k].falha = capturaFalha([&] { tvm::le(imagens_[k].pixels, s.imagens[k]); });
-      if (k == 0) return;
-      if (s.transformacoes[k].empty())
-        geometrias_[k].falha = "Erro: transformacao 1-" + std::to_string(k + 1) + " ausente em " + s.pasta;
-      else
-        geometrias_[k].falha = capturaFalha(
-            [&] { evaluation::leTransformacao(s.transformacoes[k], geometrias_[k].H, geometrias_[k].Hinv); });
-    });
+  Grafo(const Plano& p, const std::vector<Unidade>& todas, const std::vector<bool>& prontas, Faixa minhas,
+        std::vector<std::string>& textos, std::vector<bool>& falhou, Resumo& r, Progresso& progresso)
+      : p_(p), todas_(todas), textos_(textos), falhou_(falhou), r_(r), progresso_(progresso) {
+    std::vector<Tarefas::Id> liberadas;  // the release task of each sequence so far
+    int i = minhas.inicio;
+    while (i < minhas.fim) {
+      const int s = todas[i].sequencia;
+      std::vector<int> pendentes;
+      for (; i < minhas.fim && todas[i].sequencia == s; ++i)
+        if (!prontas[i]) pendentes.push_back(i);
+      std::vector<Tarefas::Id> antes;
+      if (liberadas.size() >= 2) antes.push_back(liberadas[liberadas.size() - 2]);
+      std::vector<Tarefas::Id> escritas = sequencia(s, pendentes, antes);
+      if (!liberadas.empty()) escritas.push_back(liberadas.back());
+      const std::string nome = p.sequencias[s].nome;
+      liberadas.push_back(t_.adiciona(
+          [this, s, nome] {
+            sequencias_.at(s).reset();
+            std::lock_guard<std::mutex> trava(m_);
+            progresso_.sequencia(nome);
+          },
+          escritas));
+    }
   }
 
-  Saidas unidade(int idet, int ides) {
-    const Detector& det = p_.detectores[idet];
-    const Descritor& des = p_.descritores[ides];
-    const int n = s_.vistas();
-    // a[k], b[k]: the keypoints and rows of images 1 and k + 1 for pair k.
-    std::vector<Descricao> a(n), b(n);
-    std::vector<std::string> falhas(n);
-    for (int k = 1; k < n; ++k) {
-      falhas[k] = imagens_[0].falha;
-      if (falhas[k].empty()) falhas[k] = imagens_[k].falha;
-      if (falhas[k].empty()) falhas[k] = geometrias_[k].falha;
+  void executa() { t_.executa(); }
+
+ private:
+  // The tasks of sequence s's pending units; returns their write tasks.
+  std::vector<Tarefas::Id> sequencia(int s, const std::vector<int>& pendentes,
+                                     const std::vector<Tarefas::Id>& antes) {
+    std::vector<Tarefas::Id> escritas;
+    auto& q = sequencias_[s];
+    if (pendentes.empty()) return escritas;
+    const datasets::Sequencia& ds = p_.sequencias[s];
+    const int n = ds.vistas();
+    q = std::make_unique<Sequencia>();
+    q->imagens.resize(n);
+    q->geometrias.resize(n);
+    q->deteccoes.resize(p_.detectores.size());
+    q->repeticoes.resize(p_.detectores.size());
+    Sequencia* sq = q.get();
+
+    std::vector<Tarefas::Id> lidas(n);
+    for (int k = 0; k < n; ++k) lidas[k] = t_.adiciona([&ds, k, sq] { leEntradas(ds, k, *sq); }, antes);
+
+    // Per detector: every image detected, every pair's repeatability.
+    std::vector<std::vector<Tarefas::Id>> detectadas(p_.detectores.size()), repetidas(p_.detectores.size());
+    for (int u : pendentes) {
+      const int idet = todas_[u].detector;
+      const Detector& det = p_.detectores[idet];
+      if (det.aleatorio || !detectadas[idet].empty()) continue;
+      sq->deteccoes[idet].resize(n);
+      sq->repeticoes[idet].resize(n);
+      for (int k = 0; k < n; ++k)
+        detectadas[idet].push_back(t_.adiciona(
+            [this, &det, k, sq, idet] { detectaImagem(p_, det, sq->imagens[k], sq->deteccoes[idet][k]); },
+            {lidas[k]}));
+      repetidas[idet].resize(n, -1);
+      for (int k = 1; k < n; ++k)
+        repetidas[idet][k] = t_.adiciona(
+            [this, k, sq, idet] {
+              const std::vector<Descricao>& d = sq->deteccoes[idet];
+              if (d[0].falha.empty() && d[k].falha.empty() && sq->geometrias[k].falha.empty())
+                sq->repeticoes[idet][k] = repeticao(p_, d[0], d[k], sq->imagens[0].pixels, sq->imagens[k].pixels,
+                                                    sq->geometrias[k]);
+            },
+            {detectadas[idet][0], detectadas[idet][k]});
     }
-    if (det.aleatorio) {
-      // The pairs come from the one shared generator: drawn in order, then
-      // described in parallel.
-      for (int k = 1; k < n; ++k) {
-        if (!falhas[k].empty()) continue;
-        falhas[k] = capturaFalha([&] {
-          keypoints::geraPares(imagens_[0].pixels.size(), geometrias_[k].H, det.nRand, det.rand, a[k].keypoints,
-                               b[k].keypoints);
-        });
-        a[k].detectados = b[k].detectados = static_cast<int>(a[k].keypoints.size());
+
+    for (int u : pendentes) {
+      const int idet = todas_[u].detector, ides = todas_[u].descritor;
+      const Detector& det = p_.detectores[idet];
+      const Descritor& des = p_.descritores[ides];
+      auto& estado = unidades_[u];
+      estado = std::make_unique<EmCurso>();
+      EmCurso* e = estado.get();
+      e->a.resize(n), e->b.resize(n), e->descritas.resize(n), e->falhas.resize(n), e->repeticoesRand.resize(n);
+      e->partes.resize(n);
+      std::vector<Tarefas::Id> pares;
+      if (det.aleatorio) {
+        // Drawn in order: after every input of the sequence and the previous
+        // draw of the whole run.
+        std::vector<Tarefas::Id> depois = lidas;
+        if (ultimoSorteio_ >= 0) depois.push_back(ultimoSorteio_);
+        ultimoSorteio_ = t_.adiciona(
+            [&det, e, sq, n] {
+              for (int k = 1; k < n; ++k) {
+                e->falhas[k] = sq->falhaDoPar(k);
+                if (!e->falhas[k].empty()) continue;
+                e->falhas[k] = capturaFalha([&] {
+                  keypoints::geraPares(sq->imagens[0].pixels.size(), sq->geometrias[k].H, det.nRand, det.rand,
+                                       e->a[k].keypoints, e->b[k].keypoints);
+                });
+                e->a[k].detectados = e->b[k].detectados = static_cast<int>(e->a[k].keypoints.size());
+              }
+            },
+            depois);
+        for (int k = 1; k < n; ++k)
+          pares.push_back(t_.adiciona(
+              [this, &ds, &det, &des, e, sq, k] {
+                if (e->falhas[k].empty()) {
+                  e->repeticoesRand[k] =
+                      repeticao(p_, e->a[k], e->b[k], sq->imagens[0].pixels, sq->imagens[k].pixels, sq->geometrias[k]);
+                  keypoints::converteAngulos(e->a[k].keypoints, det.escreve, des.le);
+                  keypoints::converteAngulos(e->b[k].keypoints, det.escreve, des.le);
+                  descreve(des, sq->imagens[0], e->a[k], &sq->imagens[k], &e->b[k]);
+                }
+                medePar(p_, ds, *sq, det, des, e->a[k], e->b[k], e->falhas[k], e->repeticoesRand[k], k, e->partes[k]);
+              },
+              {ultimoSorteio_}));
+      } else {
+        const bool jaDescritas = descreveJunto(p_, det) && det.descreveComo == des.nome;
+        std::vector<Tarefas::Id> descritas(n);
+        for (int k = 0; k < n; ++k)
+          descritas[k] = t_.adiciona(
+              [this, &det, &des, e, sq, idet, k, jaDescritas] {
+                Descricao& d = e->descritas[k];
+                d = sq->deteccoes[idet][k];
+                if (!d.falha.empty() || jaDescritas) return;
+                keypoints::converteAngulos(d.keypoints, det.escreve, des.le);
+                descreve(des, sq->imagens[k], d, nullptr, nullptr);
+              },
+              {detectadas[idet][k]});
+        for (int k = 1; k < n; ++k)
+          pares.push_back(t_.adiciona(
+              [this, &ds, &det, &des, e, sq, idet, k] {
+                medePar(p_, ds, *sq, det, des, e->descritas[0], e->descritas[k], sq->falhaDoPar(k),
+                        sq->repeticoes[idet][k], k, e->partes[k]);
+              },
+              {descritas[0], descritas[k], repetidas[idet][k]}));
       }
-      paraCada(n, [&](int k) {
-        if (k == 0 || !falhas[k].empty()) return;
-        repeticoesRand_[k] = repeticao(p_, a[k], b[k], imagens_[0].pixels, imagens_[k].pixels, geometrias_[k]);
-        keypoints::converteAngulos(a[k].keypoints, det.escreve, des.le);
-        keypoints::converteAngulos(b[k].keypoints, det.escreve, des.le);
-        descreve(des, imagens_[0], a[k], &imagens_[k], &b[k]);
-      });
-    } else {
-      detecta(idet);
-      std::vector<Descricao> d = deteccoes_;
-      const bool jaDescritas = descreveJunto(det) && det.descreveComo == des.nome;
-      paraCada(n, [&](int k) {
-        if (!d[k].falha.empty()) return;
-        if (jaDescritas) return;
-        keypoints::converteAngulos(d[k].keypoints, det.escreve, des.le);
-        descreve(des, imagens_[k], d[k], nullptr, nullptr);
-      });
-      for (int k = 1; k < n; ++k) {
-        a[k] = d[0];
-        b[k] = d[k];
-      }
+      escritas.push_back(t_.adiciona([this, u] { escreve(u); }, pares));
     }
-    std::vector<Saidas> partes(n);
-    paraCada(n, [&](int k) {
-      if (k == 0) return;
-      std::string falha = falhas[k];
-      if (falha.empty()) falha = a[k].falha;
-      if (falha.empty()) falha = b[k].falha;
-      if (!falha.empty()) {
-        for (const Casador& cas : p_.casadores) linhaFalha(partes[k], s_, k + 1, det, des, cas, falha);
-        return;
-      }
-      const Repeticao& rep = det.aleatorio ? repeticoesRand_[k] : repeticaoDetectada(k);
-      const bool comCurva = s_.nome == p_.curvaSequencia && k + 1 == p_.curvaVista;
-      mede(partes[k], p_, s_, k + 1, det, des, a[k], b[k], imagens_[0].pixels, imagens_[k].pixels, geometrias_[k], rep,
-           comCurva);
-    });
+    return escritas;
+  }
+
+  // The unit's tables, the table last: its presence says the unit is done.
+  void escreve(int u) {
     Saidas o;
-    for (const Saidas& parte : partes) {
+    for (const Saidas& parte : unidades_.at(u)->partes) {
       o.linhas += parte.linhas;
       o.tempos += parte.tempos;
       o.curvas += parte.curvas;
       o.falhou = o.falhou || parte.falhou;
     }
-    return o;
-  }
-
- private:
-  // Whether the detector's one-pass description serves a descriptor of the plan.
-  bool descreveJunto(const Detector& det) const {
-    if (!det.detectaEDescreve) return false;
-    for (const Descritor& d : p_.descritores)
-      if (d.nome == det.descreveComo) return true;
-    return false;
-  }
-
-  // Keypoints of every image for this detector, once.
-  void detecta(int idet) {
-    if (detectorAtual_ == idet) return;
-    detectorAtual_ = idet;
-    const Detector& det = p_.detectores[idet];
-    const int n = s_.vistas();
-    deteccoes_.assign(n, Descricao());
-    paraCada(n, [&](int k) {
-      Descricao& d = deteccoes_[k];
-      d.falha = imagens_[k].falha;
-      if (!d.falha.empty()) return;
-      const auto t0 = Relogio::now();
-      if (descreveJunto(det))
-        d.falha = capturaFalha([&] { det.detectaEDescreve(imagens_[k].pixels, d.keypoints, d.linhas); });
-      else
-        d.falha = capturaFalha([&] { d.keypoints = det.detecta(imagens_[k].pixels); });
-      d.segundosDetecao = segundosDesde(t0);
-      d.detectados = static_cast<int>(d.keypoints.size());
-    });
-    repeticoes_.assign(n, std::nullopt);
-  }
-
-  // The repeatability of pair 1-(k + 1) for the current detector, computed
-  // by the first unit that measures the pair: inside that unit's pass over
-  // the pairs, so it costs no pass of its own. Only the task of pair k
-  // touches slot k.
-  const Repeticao& repeticaoDetectada(int k) {
-    if (!repeticoes_[k])
-      repeticoes_[k] =
-          repeticao(p_, deteccoes_[0], deteccoes_[k], imagens_[0].pixels, imagens_[k].pixels, geometrias_[k]);
-    return *repeticoes_[k];
+    unidades_.at(u).reset();
+    const std::string base = p_.saida + "/" + arquivoUnidade(p_, todas_[u]);
+    const std::string semExtensao = base.substr(0, base.size() - 4);
+    gravaTabela(semExtensao + ".tempos.csv", kCabecalhoTempos, o.tempos);
+    gravaTabela(semExtensao + ".curvas.csv", kCabecalhoCurvas, o.curvas);
+    gravaTabela(base, kCabecalho, o.linhas);
+    std::lock_guard<std::mutex> trava(m_);
+    textos_[u] = std::string(kCabecalho) + "\n" + o.linhas;
+    falhou_[u] = o.falhou;  // vector<bool>: neighbours share a word
+    ++r_.refeitas;
+    progresso_.unidade();
   }
 
   const Plano& p_;
-  const datasets::Sequencia& s_;
-  std::vector<Imagem> imagens_;
-  std::vector<Geometria> geometrias_;
-  int detectorAtual_ = -1;
-  std::vector<Descricao> deteccoes_;
-  std::vector<std::optional<Repeticao>> repeticoes_;
-  std::vector<Repeticao> repeticoesRand_ = std::vector<Repeticao>(s_.vistas());
+  const std::vector<Unidade>& todas_;
+  std::vector<std::string>& textos_;
+  std::vector<bool>& falhou_;
+  Resumo& r_;
+  Progresso& progresso_;
+  std::mutex m_;  // the summary and the progress line
+  Tarefas t_;
+  Tarefas::Id ultimoSorteio_ = -1;
+  std::map<int, std::unique_ptr<Sequencia>> sequencias_;
+  std::map<int, std::unique_ptr<EmCurso>> unidades_;
 };
 
 // A unit finished earlier: its table is there, well formed, with rows that
@@ -463,27 +568,7 @@ Resumo varre(const Plano& p) {
   }
 
   Progresso progresso(aFazer, sequencias);
-  int i = minhas.inicio;
-  while (i < minhas.fim) {
-    const int s = todas[i].sequencia;
-    std::optional<Sequencia> seq;
-    for (; i < minhas.fim && todas[i].sequencia == s; ++i) {
-      if (prontas[i]) continue;
-      if (!seq) seq.emplace(p, p.sequencias[s]);
-      const Saidas o = seq->unidade(todas[i].detector, todas[i].descritor);
-      const std::string base = p.saida + "/" + arquivoUnidade(p, todas[i]);
-      const std::string semExtensao = base.substr(0, base.size() - 4);
-      // The unit's table goes last: its presence says the unit is done.
-      gravaTabela(semExtensao + ".tempos.csv", kCabecalhoTempos, o.tempos);
-      gravaTabela(semExtensao + ".curvas.csv", kCabecalhoCurvas, o.curvas);
-      gravaTabela(base, kCabecalho, o.linhas);
-      textos[i] = std::string(kCabecalho) + "\n" + o.linhas;
-      falhou[i] = o.falhou;
-      ++r.refeitas;
-      progresso.unidade();
-    }
-    progresso.sequencia(p.sequencias[s].nome);
-  }
+  Grafo(p, todas, prontas, minhas, textos, falhou, r, progresso).executa();
   progresso.fim();
 
   Tabelas t;
