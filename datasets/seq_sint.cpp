@@ -19,17 +19,9 @@ void SeqSint(int argc, char** argv) {
   tvm::le(fonte, argv[1]);
   datasets::ParamSint p;
   tvm::ISTR opcoes(argc - 3, argv + 3);
-  tvm::seekArg(opcoes, "n", p.vistas);
-  tvm::seekArg(opcoes, "rotacao", p.rotacao);
-  tvm::seekArg(opcoes, "escala", p.escala);
-  tvm::seekArg(opcoes, "vista", p.vista);
-  tvm::seekArg(opcoes, "brilho", p.brilho);
-  tvm::seekArg(opcoes, "contraste", p.contraste);
-  tvm::seekArg(opcoes, "gama", p.gama);
-  tvm::seekArg(opcoes, "blur", p.blur);
-  tvm::seekArg(opcoes, "ruido", p.ruido);
-  tvm::seekArg(opcoes, "jpeg", p.jpeg);
-  tvm::seekArg(opcoes, "seed", p.seed);
+  tvm::seekArgs(opcoes, {{"n", p.vistas}, {"rotacao", p.rotacao}, {"escala", p.escala}, {"vista", p.vista},
+                         {"brilho", p.brilho}, {"contraste", p.contraste}, {"gama", p.gama}, {"blur", p.blur},
+                         {"ruido", p.ruido}, {"jpeg", p.jpeg}, {"seed", p.seed}});
   const std::string resto = opcoes.resto();
   if (!resto.empty()) tvm::erro("Erro: Argumento invalido ", resto);
   datasets::escreveSequencia(fonte, argv[2], p);

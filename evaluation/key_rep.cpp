@@ -15,8 +15,7 @@ void KeyRep(int argc, char** argv) {
                    "  dist_repeatability: keypoints a ate px pixels de um keypoint da outra imagem / (n1+n2)",
                    "  comum=ambas: regiao dentro da sua imagem e projecao dentro da outra;",
                    "  comum=opencv: a parte comum de cv::evaluateFeatureDetector"});
-  const evaluation::ParMedido par = evaluation::leParMedido(argv[1], argv[2], argv[3], argv[4], argv[5]);
-  const evaluation::Geometria& g = par.g;
+  const evaluation::ParMedido par = evaluation::leParMedido(argv, 5);
 
   evaluation::OpcoesMedida op;
   double px = 3;
@@ -28,8 +27,9 @@ void KeyRep(int argc, char** argv) {
   if (!(px > 0)) tvm::erro("Erro: px fora do intervalo");
 
   const measures::RepeticaoSobreposicao sob =
-      measures::repeticaoSobreposicao(par.k1, par.k2, g.H, g.Hinv, g.img1, g.img2, op.erro / 100, op.comum);
-  const measures::RepeticaoDistancia dist = measures::repeticaoDistancia(par.k1, par.k2, g.H, g.Hinv, g.img1, g.img2, px);
+      measures::repeticaoSobreposicao(par.k1, par.k2, par.H, par.Hinv, par.img1, par.img2, op.erro / 100, op.comum);
+  const measures::RepeticaoDistancia dist =
+      measures::repeticaoDistancia(par.k1, par.k2, par.H, par.Hinv, par.img1, par.img2, px);
 
   std::printf("repeatability=%s correspondences=%d n1=%d n2=%d dist_repeatability=%s repeated1=%d repeated2=%d "
               "dist_n1=%d dist_n2=%d\n",

@@ -30,13 +30,12 @@ void MatScore(int argc, char** argv) {
          "  matching_score: acertos na parte comum / min(n1,n2)",
          "  mma@t: casamentos com distancia(mat33*k1,k2)<=t, t=1..10",
          "  ap: precisao media da lista; homography: erro medio dos cantos da estimada por RANSAC"});
-  const evaluation::ParMedido par = evaluation::leParMedido(argv[1], argv[2], argv[3], argv[4], argv[6]);
-  const evaluation::Geometria& g = par.g;
+  const evaluation::ParMedido par = evaluation::leParMedido(argv, 6);
   formats::Casamentos c = formats::leCasamentos(argv[5]);
   evaluation::restauraDaStore(par.k1, c.keypoints1);
   evaluation::restauraDaStore(par.k2, c.keypoints2);
-  evaluation::confereKeyPoints(c.keypoints1, g.img1, argv[5], argv[1]);
-  evaluation::confereKeyPoints(c.keypoints2, g.img2, argv[5], argv[2]);
+  evaluation::confereKeyPoints(c.keypoints1, par.img1, argv[5], argv[1]);
+  evaluation::confereKeyPoints(c.keypoints2, par.img2, argv[5], argv[2]);
 
   evaluation::OpcoesMedida op;
   double dist = 0, ransac = 3;
@@ -59,7 +58,7 @@ void MatScore(int argc, char** argv) {
   oc.comum = op.comum;
   oc.ransac = ransac;
   const measures::MedidasCasamento m =
-      measures::medeCasamentos(par.k1, par.k2, c.keypoints1, c.keypoints2, g.H, g.Hinv, g.img1, g.img2, oc);
+      measures::medeCasamentos(par.k1, par.k2, c.keypoints1, c.keypoints2, par.H, par.Hinv, par.img1, par.img2, oc);
   const size_t n = c.matches.size();
   const std::vector<bool>& certos = m.certos;
   const int corretos = m.corretos, n1 = m.n1, n2 = m.n2;

@@ -50,11 +50,11 @@ void confereKeyPoints(const std::vector<cv::KeyPoint>& k, cv::Size img, const st
   }
 }
 
-ParMedido leParMedido(const std::string& img1, const std::string& img2, const std::string& key1,
-                      const std::string& key2, const std::string& mat33) {
-  ParMedido p{leGeometria(img1, img2, mat33), formats::leKeyPoints(key1), formats::leKeyPoints(key2)};
-  confereKeyPoints(p.k1, p.g.img1, key1, img1);
-  confereKeyPoints(p.k2, p.g.img2, key2, img2);
+ParMedido leParMedido(char** argv, int mat33) {
+  const char *img1 = argv[1], *img2 = argv[2], *key1 = argv[3], *key2 = argv[4];
+  ParMedido p{leGeometria(img1, img2, argv[mat33]), formats::leKeyPoints(key1), formats::leKeyPoints(key2)};
+  confereKeyPoints(p.k1, p.img1, key1, img1);
+  confereKeyPoints(p.k2, p.img2, key2, img2);
   return p;
 }
 

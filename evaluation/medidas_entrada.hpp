@@ -27,12 +27,12 @@ void leTransformacao(const std::string& mat33, cv::Matx33d& H, cv::Matx33d& Hinv
 
 // Both images' geometry and both keypoint stores, each checked against its
 // image.
-struct ParMedido {
-  Geometria g;
+struct ParMedido : Geometria {
   std::vector<cv::KeyPoint> k1, k2;
 };
-ParMedido leParMedido(const std::string& img1, const std::string& img2, const std::string& key1,
-                      const std::string& key2, const std::string& mat33);
+// KeyRep's and MatScore's command lines start "img1 img2 key1.xml key2.xml"
+// and have the transform at argv[mat33].
+ParMedido leParMedido(char** argv, int mat33);
 
 // Every keypoint must have a positive size and lie on its image (within half
 // a pixel of the border): a store given with the wrong image stops the tool.

@@ -108,12 +108,8 @@ size_t foraDaImagem(const std::vector<cv::KeyPoint>& keypoints, cv::Size tamanho
 namespace keypoints {
 
 void leParamRand(tvm::ISTR& opcoes, ParamRand& p) {
-  tvm::seekArg(opcoes, "seed", p.seed);
-  tvm::seekArg(opcoes, "diammin", p.diamMin);
-  tvm::seekArg(opcoes, "diammax", p.diamMax);
-  tvm::seekArg(opcoes, "pertpt", p.pertPt);
-  tvm::seekArg(opcoes, "pertdiam", p.pertDiam);
-  tvm::seekArg(opcoes, "pertdeg", p.pertDeg);
+  tvm::seekArgs(opcoes, {{"seed", p.seed}, {"diammin", p.diamMin}, {"diammax", p.diamMax}, {"pertpt", p.pertPt},
+                         {"pertdiam", p.pertDiam}, {"pertdeg", p.pertDeg}});
 }
 
 }  // namespace keypoints

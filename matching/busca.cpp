@@ -2,6 +2,7 @@
 
 #include "matching/vizinhos_l2.hpp"
 
+#include "formats/match_file.hpp"
 #include "formats/stores.hpp"
 #include "support/erro.hpp"
 #include "support/numeros.hpp"
@@ -109,4 +110,13 @@ Busca leBuscaNN(tvm::ISTR& in) {
       tvm::erro("Erro: Palavra desconhecida ", palavra);
   }
   return modo;
+}
+
+void casaPar(int argc, char** argv, const char* titulo, const char* sintaxe, const CasaPar& casa) {
+  if (argc < 4)
+    tvm::falhaUso({titulo, sintaxe, "  match.txt estara ordenada pela distancia. menor=melhor", "  Default=brute"});
+  const ParDescritores par = leParDescritores(argv[1], argv[2]);
+  tvm::ISTR opcoes(argc - 4, argv + 4);
+  const Busca modo = leBuscaNN(opcoes);
+  formats::impMatch(casa(par, modo), par.keypoints1, par.keypoints2, argv[3]);
 }

@@ -11,6 +11,7 @@
 #include <opencv2/core.hpp>
 #include <opencv2/features2d.hpp>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -58,3 +59,10 @@ std::vector<cv::DMatch> casaMutuos(const cv::Mat& descritores1, const cv::Mat& d
 
 // MatNN's option words, "brute" or "flann", read until "eof"; the last wins.
 Busca leBuscaNN(tvm::ISTR& in);
+
+// The matches of one pair of stores, in the order they are written.
+using CasaPar = std::function<std::vector<cv::DMatch>(const ParDescritores& par, Busca modo)>;
+// What MatNN and MatMutuo share around their matcher: the usage block (its
+// first two lines `titulo` and `sintaxe`), both stores, the search words, and
+// `casa`'s matches written to the match file.
+void casaPar(int argc, char** argv, const char* titulo, const char* sintaxe, const CasaPar& casa);

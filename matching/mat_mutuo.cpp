@@ -1,8 +1,5 @@
-#include "formats/match_file.hpp"
 #include "matching/busca.hpp"
 #include "matching/tools.hpp"
-#include "support/argumentos.hpp"
-#include "support/erro.hpp"
 
 #include <algorithm>
 
@@ -17,12 +14,7 @@ std::vector<cv::DMatch> casaMutuos(const cv::Mat& descritores1, const cv::Mat& d
 }
 
 void MatMutuo(int argc, char** argv) {
-  if (argc < 4)
-    tvm::falhaUso({"MatMutuo: Acha casamentos mutuos: 1-NN de des1 em des2 que tambem e 1-NN de volta",
-                   "MatMutuo des1.xml des2.xml match.txt [ brute | flann ]",
-                   "  match.txt estara ordenada pela distancia. menor=melhor", "  Default=brute"});
-  const ParDescritores par = leParDescritores(argv[1], argv[2]);
-  tvm::ISTR opcoes(argc - 4, argv + 4);
-  const Busca modo = leBuscaNN(opcoes);
-  formats::impMatch(casaMutuos(par.descritores1, par.descritores2, modo), par.keypoints1, par.keypoints2, argv[3]);
+  casaPar(argc, argv, "MatMutuo: Acha casamentos mutuos: 1-NN de des1 em des2 que tambem e 1-NN de volta",
+          "MatMutuo des1.xml des2.xml match.txt [ brute | flann ]",
+          [](const ParDescritores& par, Busca modo) { return casaMutuos(par.descritores1, par.descritores2, modo); });
 }

@@ -1,23 +1,17 @@
-#include "formats/match_file.hpp"
 #include "matching/busca.hpp"
 #include "matching/tools.hpp"
-#include "support/argumentos.hpp"
 #include "support/erro.hpp"
 
 #include <algorithm>
 
 void MatNN(int argc, char** argv) {
-  if (argc < 4)
-    tvm::falhaUso({"MatNN: Acha casamentos do des1 para des2 usando 1-NN",
-                   "MatNN des1.xml des2.xml match.txt [ brute | flann ]",
-                   "  match.txt estara ordenada pela distancia. menor=melhor", "  Default=brute"});
-  const ParDescritores par = leParDescritores(argv[1], argv[2]);
-  tvm::ISTR opcoes(argc - 4, argv + 4);
-  const Busca modo = leBuscaNN(opcoes);
-  // Every keypoint of image 1 gets a match line, so image 2 must offer one.
-  if (!par.descritores1.empty() && par.descritores2.empty()) tvm::erro("Erro: nenhum descritor para casar em ", argv[2]);
-
-  std::vector<cv::DMatch> matches = casaNN(par.descritores1, par.descritores2, modo);
-  std::sort(matches.begin(), matches.end());
-  formats::impMatch(matches, par.keypoints1, par.keypoints2, argv[3]);
+  casaPar(argc, argv, "MatNN: Acha casamentos do des1 para des2 usando 1-NN",
+          "MatNN des1.xml des2.xml match.txt [ brute | flann ]", [argv](const ParDescritores& par, Busca modo) {
+            // Every keypoint of image 1 gets a match line, so image 2 must offer one.
+            if (!par.descritores1.empty() && par.descritores2.empty())
+              tvm::erro("Erro: nenhum descritor para casar em ", argv[2]);
+            std::vector<cv::DMatch> matches = casaNN(par.descritores1, par.descritores2, modo);
+            std::sort(matches.begin(), matches.end());
+            return matches;
+          });
 }

@@ -83,46 +83,23 @@ void contaGradeSimples(const Coluna& col, int colunas, const Grade& g, int& ambo
   for (int i = 0; i <= colunas; ++i) contaLinhas(termos(col, i), g, 0, static_cast<int>(g.y1.size()), ambos, algum);
 }
 
-// Eight rows at a time; comparisons give bit masks, counted by popcount.
-__attribute__((target("avx512f,popcnt"))) void contaGradeAvx512(const Coluna& col, int colunas, const Grade& g,
-                                                                int& ambos, int& algum) {
+// The grid counter of one width of vector instructions: whole groups of
+// rows in V (GCC's vector type, whose + and * take a double as a whole vector
+// of it), the rows left over one at a time. Comparisons give bit masks,
+// counted by popcount. Each lane computes the scalar expression in the same
+// order, so the counts are the scalar path's.
+template <class Ops>
+void contaGradeVetor(const Coluna& col, int colunas, const Grade& g, int& ambos, int& algum) {
+  using V = typename Ops::V;
+  constexpr int largura = sizeof(V) / sizeof(double);
   const int m = static_cast<int>(g.y1.size());
-  const __m512d limite = _mm512_set1_pd(kAbaixoDeUm);
+  const int inteiras = m - m % largura;
   for (int i = 0; i <= colunas; ++i) {
     const TermosColuna t = termos(col, i);
-    const __m512d s1 = _mm512_set1_pd(t.s1), t1 = _mm512_set1_pd(t.t1);
-    const __m512d s2 = _mm512_set1_pd(t.s2), t2 = _mm512_set1_pd(t.t2);
-    for (int j = 0; j < m; j += 8) {
-      const __mmask8 validas = m - j >= 8 ? 0xff : static_cast<__mmask8>((1u << (m - j)) - 1);
-      const __m512d v1 = _mm512_add_pd(_mm512_add_pd(s1, _mm512_mul_pd(t1, _mm512_maskz_loadu_pd(validas, &g.y1[j]))),
-                                       _mm512_maskz_loadu_pd(validas, &g.q1[j]));
-      const __m512d v2 = _mm512_add_pd(_mm512_add_pd(s2, _mm512_mul_pd(t2, _mm512_maskz_loadu_pd(validas, &g.y2[j]))),
-                                       _mm512_maskz_loadu_pd(validas, &g.q2[j]));
-      const unsigned d1 = _mm512_mask_cmp_pd_mask(validas, v1, limite, _CMP_LT_OQ);
-      const unsigned d2 = _mm512_mask_cmp_pd_mask(validas, v2, limite, _CMP_LT_OQ);
-      ambos += __builtin_popcount(d1 & d2);
-      algum += __builtin_popcount(d1 | d2);
-    }
-  }
-}
-
-// Four rows at a time, for machines without AVX-512.
-__attribute__((target("avx2,popcnt"))) void contaGradeAvx2(const Coluna& col, int colunas, const Grade& g, int& ambos,
-                                                           int& algum) {
-  const int m = static_cast<int>(g.y1.size());
-  const int inteiras = m - m % 4;
-  const __m256d limite = _mm256_set1_pd(kAbaixoDeUm);
-  for (int i = 0; i <= colunas; ++i) {
-    const TermosColuna t = termos(col, i);
-    const __m256d s1 = _mm256_set1_pd(t.s1), t1 = _mm256_set1_pd(t.t1);
-    const __m256d s2 = _mm256_set1_pd(t.s2), t2 = _mm256_set1_pd(t.t2);
-    for (int j = 0; j < inteiras; j += 4) {
-      const __m256d v1 =
-          _mm256_add_pd(_mm256_add_pd(s1, _mm256_mul_pd(t1, _mm256_loadu_pd(&g.y1[j]))), _mm256_loadu_pd(&g.q1[j]));
-      const __m256d v2 =
-          _mm256_add_pd(_mm256_add_pd(s2, _mm256_mul_pd(t2, _mm256_loadu_pd(&g.y2[j]))), _mm256_loadu_pd(&g.q2[j]));
-      const unsigned d1 = _mm256_movemask_pd(_mm256_cmp_pd(v1, limite, _CMP_LT_OQ));
-      const unsigned d2 = _mm256_movemask_pd(_mm256_cmp_pd(v2, limite, _CMP_LT_OQ));
+    for (int j = 0; j < inteiras; j += largura) {
+      const V v1 = (t.s1 + t.t1 * Ops::carrega(&g.y1[j])) + Ops::carrega(&g.q1[j]);
+      const V v2 = (t.s2 + t.t2 * Ops::carrega(&g.y2[j])) + Ops::carrega(&g.q2[j]);
+      const unsigned d1 = Ops::abaixoDeUm(v1), d2 = Ops::abaixoDeUm(v2);
       ambos += __builtin_popcount(d1 & d2);
       algum += __builtin_popcount(d1 | d2);
     }
@@ -130,20 +107,45 @@ __attribute__((target("avx2,popcnt"))) void contaGradeAvx2(const Coluna& col, in
   }
 }
 
+// GCC compiles a template with the target in force where it is instantiated:
+// each path is instantiated explicitly under its own pragma, before any use.
+// contaGradeDe calls a path only where the processor has it.
+#pragma GCC push_options
+#pragma GCC target("avx512f,popcnt")
+struct Avx512 {
+  using V = __m512d;
+  static V carrega(const double* p) { return _mm512_loadu_pd(p); }
+  static unsigned abaixoDeUm(V v) { return _mm512_cmp_pd_mask(v, _mm512_set1_pd(kAbaixoDeUm), _CMP_LT_OQ); }
+};
+template void contaGradeVetor<Avx512>(const Coluna&, int, const Grade&, int&, int&);
+#pragma GCC pop_options
+
+#pragma GCC push_options
+#pragma GCC target("avx2,popcnt")
+struct Avx2 {
+  using V = __m256d;
+  static V carrega(const double* p) { return _mm256_loadu_pd(p); }
+  static unsigned abaixoDeUm(V v) {
+    return _mm256_movemask_pd(_mm256_cmp_pd(v, _mm256_set1_pd(kAbaixoDeUm), _CMP_LT_OQ));
+  }
+};
+template void contaGradeVetor<Avx2>(const Coluna&, int, const Grade&, int&, int&);
+#pragma GCC pop_options
+
 using ContaGrade = void (*)(const Coluna&, int, const Grade&, int&, int&);
 ContaGrade contaGradeDe(Vetores v) {
   switch (v) {
     case Vetores::escalar:
       return contaGradeSimples;
     case Vetores::avx2:
-      return contaGradeAvx2;
+      return contaGradeVetor<Avx2>;
     case Vetores::avx512:
-      return contaGradeAvx512;
+      return contaGradeVetor<Avx512>;
     case Vetores::melhor:
       break;
   }
-  return __builtin_cpu_supports("avx512f") ? contaGradeAvx512
-         : __builtin_cpu_supports("avx2")  ? contaGradeAvx2
+  return __builtin_cpu_supports("avx512f") ? contaGradeVetor<Avx512>
+         : __builtin_cpu_supports("avx2")  ? contaGradeVetor<Avx2>
                                            : contaGradeSimples;
 }
 const ContaGrade contaGradeMelhor = contaGradeDe(Vetores::melhor);

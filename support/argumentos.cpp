@@ -114,6 +114,15 @@ bool seekArg(ISTR& in, const std::string& key, std::string& value) {
   return true;
 }
 
+void seekArgs(ISTR& in, std::initializer_list<OpcaoNum> opcoes) {
+  for (const OpcaoNum& o : opcoes) {
+    if (o.inteiro)
+      seekArg(in, o.chave, *o.inteiro);
+    else
+      seekArg(in, o.chave, *o.real);
+  }
+}
+
 std::string leStr(ISTR& in) {
   const int i = in.proximo();
   if (i < 0) return "eof";

@@ -13,6 +13,7 @@
 
 #include <opencv2/core.hpp>
 
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,18 @@ bool seekArg(ISTR& in, const std::string& key, double& value);
 bool seekArg(ISTR& in, const std::string& key, bool& value);
 // A text value, file names included, keeps its letter case.
 bool seekArg(ISTR& in, const std::string& key, std::string& value);
+
+// One numeric option of a tool's list: its key and the field it fills.
+struct OpcaoNum {
+  OpcaoNum(const char* chave_, int& valor) : chave(chave_), inteiro(&valor) {}
+  OpcaoNum(const char* chave_, double& valor) : chave(chave_), real(&valor) {}
+  const char* chave;
+  int* inteiro = nullptr;
+  double* real = nullptr;
+};
+// seekArg for each option in the list's order (the order decides which of
+// two malformed values the tool reports).
+void seekArgs(ISTR& in, std::initializer_list<OpcaoNum> opcoes);
 
 // Next unconsumed token, consumed; "eof" when none is left.
 std::string leStr(ISTR& in);

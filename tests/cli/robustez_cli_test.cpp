@@ -44,6 +44,8 @@ const std::vector<Palavras>& ferramentas() {
       {"matratio", "@d1.yml", "@d2.yml", ">sai.txt", "ratio=#0.8", "acrate=#0.5"},
       {"matmutuo", "@d1.yml", "@d2.yml", ">sai.txt"},
       {"keyrep", "@a.pgm", "@b.pgm", "@k.yml", "@k.yml", "@h.txt", "erro=#40", "px=#3"},
+      {"matscore", "@a.pgm", "@b.pgm", "@k.yml", "@k.yml", "@mdentro.txt", "@h.txt", "erro=#40", "dist=#3",
+       "ransac=#3", "curva=>rp.csv"},
       {"matshow", "@a.pgm", "@b.pgm", "@m.txt", ">sai.png"}, {"matmyshow", "@a.pgm", "@b.pgm", "@m.txt", ">sai.png"},
       // Two options at most; the colour words are read as MatAcert reads them.
       {"matroc", "@m.txt", "@h.txt", ">sai.png", "arquivo=>roc.txt", "dist=#15"},
@@ -87,6 +89,8 @@ const std::map<std::string, std::string>& boas() {
     d.at<float>(2, 3) = std::numeric_limits<float>::quiet_NaN();
     formats::impDescritores(p / "nan.yml", k, d);
     teste::escreveCasamentos(p / "m.txt", {0, 3, 40, 1, 2, 50});
+    // Every keypoint on the 64 x 64 images, as MatScore demands.
+    teste::escreveCasamentos(p / "mdentro.txt", {0, 3, 1, 2});
     std::map<std::string, std::string> a = {{"h.txt", "1 0 0\n0 1 0\n0 0 1\n"}};
     for (const auto& e : std::filesystem::directory_iterator(p.caminho()))
       a[e.path().filename().string()] = teste::leTexto(e.path().string());

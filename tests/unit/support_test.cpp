@@ -81,6 +81,24 @@ TEST(Argumentos, BadValuesStopWithTheValueNamed) {
   EXPECT_EQ(teste::mensagemDe([&] { tvm::leNum(in, r); }), "Erro: falta um valor numerico");
 }
 
+// A list of numeric options: each field converted by its own type, looked
+// up in the list's order (the first bad value named is the list's first).
+TEST(Argumentos, OptionListByTypeAndOrder) {
+  const std::tuple<std::vector<std::string>, int, double, std::string> casos[] = {
+      {{}, 7, 0.5, "(sem erro)"},
+      {{"B=2.5", "a=3"}, 3, 2.5, "(sem erro)"},
+      {{"a=1.5"}, 7, 0.5, "Erro: numero inteiro invalido 1.5"},
+      {{"b=x", "a=y"}, 7, 0.5, "Erro: numero inteiro invalido y"}};
+  for (const auto& [palavras, a, b, mensagem] : casos) {
+    Stream s(palavras);
+    tvm::ISTR in = s.istr();
+    int lidoA = 7;
+    double lidoB = 0.5;
+    EXPECT_EQ(teste::mensagemDe([&] { tvm::seekArgs(in, {{"a", lidoA}, {"b", lidoB}}); }), mensagem);
+    EXPECT_EQ(std::tie(lidoA, lidoB), std::tie(a, b)) << mensagem;
+  }
+}
+
 TEST(Numeros, TextAndFileNumbers) {
   // Text, whether it is a whole int, whether it is a whole finite double.
   const std::tuple<const char*, bool, bool> casos[] = {
