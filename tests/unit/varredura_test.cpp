@@ -1,9 +1,10 @@
-// Datasets, synthetic sequences, CSV reading
-// and the plots' means, in-process.
+// Datasets, synthetic sequences, CSV reading, the plots' means and the
+// sweep's task graph, in-process.
 #include "datasets/sequencia.hpp"
 #include "datasets/sintetica.hpp"
 #include "formats/csv.hpp"
 #include "plots/graficos.hpp"
+#include "sweep/tarefas.hpp"
 #include "tests/common/erros.hpp"
 #include "tests/common/pasta_temp.hpp"
 #include "tests/common/sinteticas.hpp"
@@ -13,7 +14,10 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cmath>
+#include <mutex>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -244,6 +248,61 @@ TEST(Graficos, MediasDeMMAPorConfiguracaoETipo) {
     ASSERT_EQ(s.y.size(), 10u);
     EXPECT_NEAR(s.y[0], esperado[i], 1e-12) << f.paineis[i].titulo;
     EXPECT_EQ(s.y[9], 1);
+  }
+}
+
+// ------------------------------------------------------------- task graph
+
+// A diamond per group (a -> b, c -> d) over a chain of groups: on one worker
+// the tasks run in the order added, on any number every task runs once and
+// after its dependencies; a task that throws stops the tasks not started and
+// the exception reaches the caller.
+TEST(Tarefas, OrdemDependenciasEFalha) {
+  for (int threads : {1, 2, 4}) {
+    SCOPED_TRACE(threads);
+    const int antes = cv::getNumThreads();
+    cv::setNumThreads(threads);
+    for (bool falha : {false, true}) {
+      sweep::Tarefas t;
+      std::mutex m;
+      std::vector<int> ordem;
+      std::vector<std::atomic<int>> vezes(40);
+      const auto marca = [&](int i) {
+        ++vezes[i];
+        std::lock_guard<std::mutex> trava(m);
+        ordem.push_back(i);
+      };
+      std::vector<std::vector<int>> deps(40);
+      for (int g = 0; g < 10; ++g) {
+        const int a = 4 * g;
+        deps[a] = g ? std::vector<int>{a - 1} : std::vector<int>{};
+        deps[a + 1] = deps[a + 2] = {a};
+        deps[a + 3] = {a + 1, a + 2};
+      }
+      for (int i = 0; i < 40; ++i)
+        t.adiciona([&, i] {
+          marca(i);
+          if (falha && i == 21) throw std::runtime_error("tarefa 21");
+        }, deps[i]);
+      if (falha)
+        EXPECT_THROW(t.executa(), std::runtime_error);
+      else
+        EXPECT_NO_THROW(t.executa());
+      std::vector<int> posicao(40, -1);
+      for (size_t j = 0; j < ordem.size(); ++j) posicao[ordem[j]] = static_cast<int>(j);
+      for (int i = 0; i < 40; ++i) {
+        EXPECT_LE(vezes[i], 1) << i;
+        if (posicao[i] < 0) continue;
+        for (int d : deps[i]) EXPECT_LT(posicao[d], posicao[i]) << d << " -> " << i;
+      }
+      // 21 only unlocks 23 and what follows: nothing after group 5 starts.
+      EXPECT_EQ(falha ? posicao[24] : static_cast<int>(ordem.size()), falha ? -1 : 40);
+      if (threads == 1) {
+        for (size_t j = 0; j < ordem.size(); ++j) EXPECT_EQ(ordem[j], static_cast<int>(j));
+        EXPECT_EQ(ordem.size(), falha ? 22u : 40u);
+      }
+    }
+    cv::setNumThreads(antes);
   }
 }
 
