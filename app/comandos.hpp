@@ -2,6 +2,8 @@
 // help list.
 #pragma once
 
+#include "support/memoria.hpp"
+
 #include <cstddef>
 
 using Ferramenta = void (*)(int argc, char** argv);
@@ -10,7 +12,7 @@ struct Comando {
   const char* chave;       // lower-case command word
   Ferramenta ferramenta;   // called with argv[0] = the command word as typed
   const char* ajuda;       // the help list's row
-  bool retemHeap = false;  // the memory lever pays for this tool (support/memoria.hpp)
+  tvm::Heap heap = tvm::Heap::comoVem;  // the memory lever that pays for this tool (support/memoria.hpp)
 };
 
 extern const Comando comandos[];

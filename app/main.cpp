@@ -32,7 +32,7 @@ int executa(int argc, char** argv) {
   const std::string palavra = tvm::minuscula(argv[1]);
   const Comando* comando = achaComando(palavra.c_str());
   if (comando == nullptr) tvm::erro("Erro: Programa inexistente ", palavra);
-  tvm::preparaMemoria(comando->retemHeap);
+  tvm::preparaMemoria(comando->heap);
   comando->ferramenta(argc - 1, argv + 1);
   const int d = tvm::centseg() - t0;
   std::printf("Tempo gasto=%d.%02ds\n", d / 100, d % 100);

@@ -35,13 +35,16 @@ void retemHeap() {
 
 }  // namespace
 
-void preparaMemoria(bool retem) {
+void preparaMemoria(Heap heap) {
 #ifdef QUIVELAR_HEAP_RETIDO_FORCADO
   // A build for scripts/bench-tools only: every tool with the lever, or
   // every tool without it, to measure what it does for each tool.
-  retem = QUIVELAR_HEAP_RETIDO_FORCADO;
+  if (!QUIVELAR_HEAP_RETIDO_FORCADO) heap = Heap::comoVem;
+  else if (heap == Heap::comoVem) heap = Heap::retido;
 #endif
-  if (retem) retemHeap();
+  if (heap == Heap::comoVem) return;
+  if (heap == Heap::retidoUmaArena) mallopt(M_ARENA_MAX, 1);
+  retemHeap();
 }
 
 }  // namespace tvm
