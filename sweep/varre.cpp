@@ -374,12 +374,12 @@ class Grafo {
     std::vector<Tarefas::Id> lidas(n);
     for (int k = 0; k < n; ++k) lidas[k] = t_.adiciona([&ds, k, sq] { leEntradas(ds, k, *sq); }, antes);
 
-    // Per detector: every image detected, every pair's repeatability.
+    // Per detector, added just before its first unit so that units finish
+    // in table order: every image detected, every pair's repeatability.
     std::vector<std::vector<Tarefas::Id>> detectadas(p_.detectores.size()), repetidas(p_.detectores.size());
-    for (int u : pendentes) {
-      const int idet = todas_[u].detector;
+    const auto detecta = [&](int idet) {
       const Detector& det = p_.detectores[idet];
-      if (det.aleatorio || !detectadas[idet].empty()) continue;
+      if (det.aleatorio || !detectadas[idet].empty()) return;
       sq->deteccoes[idet].resize(n);
       sq->repeticoes[idet].resize(n);
       for (int k = 0; k < n; ++k)
@@ -396,10 +396,11 @@ class Grafo {
                                                     sq->geometrias[k]);
             },
             {detectadas[idet][0], detectadas[idet][k]});
-    }
+    };
 
     for (int u : pendentes) {
       const int idet = todas_[u].detector, ides = todas_[u].descritor;
+      detecta(idet);
       const Detector& det = p_.detectores[idet];
       const Descritor& des = p_.descritores[ides];
       auto& estado = unidades_[u];

@@ -83,7 +83,8 @@ TEST(Varre, MortaERetomadaDaAMesmaTabela) {
     std::vector<std::string> comando = varre("b");
     comando.insert(comando.begin(), QUIVELAR_BIN);
     teste::Processo b(comando, p.caminho());
-    for (int i = 0; i < 3000 && unidadesProntas(p / "b") < 2; ++i) usleep(2000);
+    // Sanitizer builds are several times slower: up to 15 s for the first units.
+    for (int i = 0; i < 7500 && unidadesProntas(p / "b") < 2; ++i) usleep(2000);
     const teste::Execucao morta = b.fim();
     ASSERT_TRUE(morta.estourou) << "terminou antes de ser morta";
   }
