@@ -16,19 +16,20 @@ build:
 # UndefinedBehaviorSanitizer (line tables only: enough for their reports, and
 # a faster build). The Release build, the one users run, builds only the
 # program and the tests of optimised code (tests/CMakeLists.txt says which)
-# and runs those again. Then the fuzzers' repeatable stretch.
+# and runs those again, plus the Slurm cluster test (label lancamento), which
+# runs there only. Then the fuzzers' repeatable stretch.
 test: deps test-asan test-release test-fuzz
 
 test-release:
 	@cmake -S . -B build -DCMAKE_BUILD_TYPE=Release >/dev/null
 	@cmake --build build -j $(JOBS) --target quivelar testes_otimizados
-	cd build && ctest --output-on-failure -j $(JOBS) -L otimizado
+	cd build && ctest --output-on-failure -j $(JOBS) -L 'otimizado|lancamento'
 
 test-asan:
 	@cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -g1 -DNDEBUG" \
 	  -DCMAKE_C_FLAGS_RELWITHDEBINFO="-O2 -g1 -DNDEBUG" -DQUIVELAR_SANITIZE=ON >/dev/null
 	@cmake --build build-asan -j $(JOBS)
-	cd build-asan && ASAN_OPTIONS=detect_leaks=0:abort_on_error=0 ctest --output-on-failure -j $(JOBS)
+	cd build-asan && ASAN_OPTIONS=detect_leaks=0:abort_on_error=0 ctest --output-on-failure -j $(JOBS) -LE lancamento
 
 # libFuzzer on the readers of untrusted input: in every test run a fixed,
 # repeatable stretch; `make fuzz` explores for FUZZ_SECONDS per target.
