@@ -17,7 +17,6 @@
 #include <memory>
 #include <mutex>
 #include <new>
-#include <optional>
 
 namespace sweep {
 
