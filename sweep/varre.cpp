@@ -239,7 +239,11 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const 
   }
 }
 
-void gravaTabela(const std::string& arquivo, const std::string& cabecalho, const std::string& corpo);
+void gravaTabela(const std::string& arquivo, const std::string& cabecalho, const std::string& corpo) {
+  tvm::SaidaSegura saida(arquivo);
+  formats::escreveTexto(saida, cabecalho + "\n" + corpo);
+  saida.confirma();
+}
 
 // What one sequence holds while its units run: images, transforms and, per
 // detector, the keypoints of every image and the repeatability of every
@@ -512,12 +516,6 @@ bool terminada(const std::string& arquivo, std::string& texto) {
   for (const auto& l : t.linhas)
     if (l[status] != "ok") return false;
   return true;
-}
-
-void gravaTabela(const std::string& arquivo, const std::string& cabecalho, const std::string& corpo) {
-  tvm::SaidaSegura saida(arquivo);
-  formats::escreveTexto(saida, cabecalho + "\n" + corpo);
-  saida.confirma();
 }
 
 }  // namespace
