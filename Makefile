@@ -17,7 +17,7 @@ build:
 # a faster build). The Release build, the one users run, builds only the
 # program and the tests of optimised code (tests/CMakeLists.txt says which)
 # and runs those again, plus the Slurm cluster test (label lancamento), which
-# runs there only. Then the fuzzers' repeatable stretch.
+# runs there only. Then the fuzzers replay their committed corpus.
 test: deps test-asan test-release test-fuzz
 
 test-release:
@@ -31,8 +31,10 @@ test-asan:
 	@cmake --build build-asan -j $(JOBS)
 	cd build-asan && ASAN_OPTIONS=detect_leaks=0:abort_on_error=0 ctest --output-on-failure -j $(JOBS) -LE lancamento
 
-# libFuzzer on the readers of untrusted input: in every test run a fixed,
-# repeatable stretch; `make fuzz` explores for FUZZ_SECONDS per target.
+# libFuzzer on the readers of untrusted input. Every test run replays the
+# committed corpus, each input once: the same verdict on every machine.
+# Exploration is `make fuzz` (FUZZ_SECONDS per target); what it finds is
+# fixed and then committed to the corpus.
 FUZZ_SECONDS ?= 300
 
 fuzz-build:
@@ -40,7 +42,7 @@ fuzz-build:
 	@cmake --build build-fuzz -j $(JOBS)
 
 test-fuzz: fuzz-build
-	scripts/fuzz --repeatable
+	scripts/fuzz --replay
 
 fuzz: deps fuzz-build
 	scripts/fuzz $(FUZZ_SECONDS)

@@ -412,7 +412,8 @@ bool matrizYaml(Cursor& c, ColetorMatriz& matriz) {
 
 // The two nodes, nothing else.
 bool storeYaml(Cursor& c, Nos& nos) {
-  if (!c.literal("%YAML:1.0\n---\n")) return false;
+  if (!c.literal("%YAML:1.0\n")) return false;
+  c.literal("---\n");  // OpenCV 2.4 wrote none
   do {
     if (!nos.proximo(c, "keypoints:", keypointsYaml, "descriptors: !!opencv-matrix\n", matrizYaml)) return false;
   } while (!c.acabou());
@@ -513,15 +514,16 @@ cv::KeyPoint keyPointDeCampos(const double campos[kCampos]) {
 }
 
 bool leStoreRapido(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat* descriptors) {
-  const bool gz = terminaEm(file, ".gz");
-  const std::string nome = gz ? file.substr(0, file.size() - 3) : file;
-  const bool xml = terminaEm(nome, ".xml");
-  if (!xml && !terminaEm(nome, ".yml") && !terminaEm(nome, ".yaml")) return false;
   std::string texto;
-  if (!(gz ? inflaArquivo(file, texto) : leArquivo(file, texto))) return false;
+  if (!(terminaEm(file, ".gz") ? inflaArquivo(file, texto) : leArquivo(file, texto))) return false;
+  return leStoreTexto(texto, keypoints, descriptors);
+}
+
+bool leStoreTexto(const std::string& texto, std::vector<cv::KeyPoint>& keypoints, cv::Mat* descriptors) {
   Cursor c{texto.data(), texto.data() + texto.size()};
   Nos nos;
-  if (!(xml ? storeXml(c, nos) : storeYaml(c, nos))) return false;
+  // The text's start chooses the syntax, as it does for FileStorage.
+  if (!(c.atual() == '<' ? storeXml(c, nos) : storeYaml(c, nos))) return false;
   keypoints = std::move(nos.keypoints.keypoints());
   if (descriptors) {
     if (nos.temMatriz)

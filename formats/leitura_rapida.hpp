@@ -2,18 +2,18 @@
 //
 // cv::FileStorage builds a node tree and converts every number on its own,
 // which costs far more than the matching that follows on a few-thousand
-// keypoint store. These readers take the whole file into memory and parse
+// keypoint store. These readers take the whole text into memory and parse
 // only the exact text that the tools' writers and OpenCV's own FileStorage
-// writer (C++ or Python, OpenCV 4) produce; anything else is "not mine"
-// (false), and the caller then reads the file the ordinary way. They never
-// report an error themselves: every message stays that of the ordinary path,
-// and every file they accept reads to exactly what that path gives.
+// writer (C++ or Python, OpenCV 2.4 or 4) produce; anything else is "not mine"
+// (false), and the caller then reads it the ordinary way. They never report
+// an error themselves: every message stays that of the ordinary path, and
+// every text they accept reads to exactly what that path gives.
 //
-// Store text accepted (".xml", ".yml" or ".yaml" names, the content agreeing
-// with the name; a further ".gz" is inflated first, within the same size
-// bound; blanks are spaces and newlines only):
+// Store text accepted (the syntax chosen by the text's start, whatever the
+// file's name; a ".gz" file is inflated first; blanks are spaces and
+// newlines only):
 //   XML:  <?xml version="1.0"?> <opencv_storage> nodes </opencv_storage>
-//   YAML: %YAML:1.0 --- nodes
+//   YAML: %YAML:1.0 --- nodes (OpenCV 2.4 wrote no "---")
 //   nodes: "keypoints", "descriptors" or both, in either order.
 //   keypoints, in one of the two layouts the ordinary reader takes:
 //         flat, n*7 numbers; or nested, one sequence of 7 numbers per
@@ -41,10 +41,12 @@
 
 namespace formats {
 
-// True when `file` was read here. `descriptors` null: keypoints only (the
+// True when `texto` was read here. `descriptors` null: keypoints only (the
 // descriptor part, if any, must still be one the reader accepts). A store
 // without descriptors leaves `descriptors` as cv::read leaves it for a
 // missing node. On false nothing was changed.
+bool leStoreTexto(const std::string& texto, std::vector<cv::KeyPoint>& keypoints, cv::Mat* descriptors);
+// The same for a file, read whole (inflated when its name ends in ".gz").
 bool leStoreRapido(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat* descriptors);
 
 // The same contract for the match file (see match_file.hpp).

@@ -1,5 +1,6 @@
 #include "formats/stores.hpp"
 
+#include "formats/forma_opencv.hpp"
 #include "formats/leitura_rapida.hpp"
 #include "support/arquivos.hpp"
 #include "support/erro.hpp"
@@ -16,6 +17,7 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <mutex>
 #include <new>
 
 namespace formats {
@@ -63,74 +65,73 @@ std::vector<cv::KeyPoint> leNodeKeyPoints(const cv::FileNode& node, const std::s
 
 bool comprimido(const std::string& file) { return file.size() > 3 && file.compare(file.size() - 3, 3, ".gz") == 0; }
 
-// Far above what a real store needs: OpenCV parses tens of megabytes a
-// second, compressed stores inflate about tenfold.
-double limiteDeLeitura(const std::string& file) {
-  struct stat info {};
-  const double megabytes = ::stat(file.c_str(), &info) == 0 ? info.st_size / 1e6 : 0.0;
-  return 10.0 + megabytes * (comprimido(file) ? 20.0 : 2.0);
-}
-
 [[noreturn]] void textoGrandeDemais(const std::string& file, int64_t limite) {
   tvm::erro("Erro: texto de ", file,
             " passa do limite de " + std::to_string(limite / 1000000) + " MB (QUIVELAR_MAX_STORE_MB muda o limite)");
 }
 
-// OpenCV reads a store's whole text into memory and builds a tree of nodes
-// beside it: a store over the limit stops the tool before that. A .gz store
-// is measured inflated, as it is read (textoPerigoso).
-void verificaTamanho(const std::string& file) {
+// The text FileStorage would parse: the file's bytes, inflated when the name
+// ends in ".gz" (zlib passes text that is not gzip through unchanged, for
+// OpenCV as here). Past tvm::limiteStoreBytes() of text the tool stops: a
+// parser keeps the whole text and a tree of nodes beside it.
+std::string textoDoStore(const std::string& file) {
+  const int64_t limite = tvm::limiteStoreBytes();
+  const bool gz = comprimido(file);
+  const std::unique_ptr<gzFile_s, int (*)(gzFile)> z(gz ? ::gzopen(file.c_str(), "rb") : nullptr, ::gzclose);
+  const tvm::Arquivo plano(gz ? std::string() : file, "rb");
+  if (gz ? !z : !plano) tvm::erro("Erro abertura arquivo ", file);
   struct stat info {};
-  const int64_t limite = tvm::limiteStoreBytes();
-  if (!comprimido(file) && ::stat(file.c_str(), &info) == 0 && info.st_size > limite) textoGrandeDemais(file, limite);
-}
-
-// Text that OpenCV's parser must not be given: a NUL byte makes it read past
-// its buffer, and an XML text ending inside a tag, after "name=", makes it
-// follow a null pointer. Valid XML ends with its root's closing tag, so any
-// XML text whose last non-blank byte is not '>' is refused. The text is the
-// inflated one for a .gz store, which OpenCV inflates as it reads; past
-// tvm::limiteStoreBytes() of it the tool stops.
-bool textoPerigoso(const std::string& file) {
-  const std::unique_ptr<gzFile_s, int (*)(gzFile)> gz(comprimido(file) ? ::gzopen(file.c_str(), "rb") : nullptr,
-                                                      ::gzclose);
-  if (comprimido(file) && !gz) return false;  // OpenCV's open then fails
-  std::ifstream plano;
-  if (!gz) plano.open(file, std::ios::binary);
-  char bloco[1 << 16];
-  const auto le = [&]() -> long {
-    if (gz) return ::gzread(gz.get(), bloco, sizeof bloco);
-    plano.read(bloco, sizeof bloco);
-    return plano.gcount();
-  };
-  std::string inicio;
-  char ultimo = 0;
-  bool nul = false;
-  const int64_t limite = tvm::limiteStoreBytes();
-  int64_t total = 0;
-  for (long n; !nul && (n = le()) > 0;) {
-    total += n;
-    if (total > limite) textoGrandeDemais(file, limite);
-    if (inicio.size() < 8) inicio.append(bloco, static_cast<size_t>(std::min<long>(n, 8)));
-    nul = std::memchr(bloco, 0, static_cast<size_t>(n)) != nullptr;
-    for (long i = n - 1; i >= 0; --i)
-      if (!std::isspace(static_cast<unsigned char>(bloco[i]))) {
-        ultimo = bloco[i];
-        break;
-      }
+  if (!gz && ::fstat(::fileno(plano.get()), &info) == 0 && info.st_size > limite) textoGrandeDemais(file, limite);
+  std::string texto;
+  constexpr size_t kBloco = size_t(1) << 20;
+  for (;;) {
+    const size_t lido = texto.size();
+    if (static_cast<int64_t>(lido) > limite) textoGrandeDemais(file, limite);
+    texto.resize(lido + kBloco);
+    const long n = gz ? ::gzread(z.get(), texto.data() + lido, static_cast<unsigned>(kBloco))
+                      : static_cast<long>(std::fread(texto.data() + lido, 1, kBloco, plano.get()));
+    if (n < 0 || (!gz && n == 0 && std::ferror(plano.get()))) tvm::erro("Erro abertura arquivo ", file);
+    texto.resize(lido + static_cast<size_t>(n));
+    if (n == 0) break;
   }
-  // OpenCV takes any text not opened by "%YAML" or "{" as XML.
-  const bool xml = inicio.rfind("%YAML", 0) != 0 && inicio.rfind("{", 0) != 0;
-  return nul || (xml && ultimo != '>');
+  if (static_cast<int64_t>(texto.size()) > limite) textoGrandeDemais(file, limite);
+  return texto;
 }
 
-// Opens `file` for reading; malformed text is reported like a failed open.
-void abreLeitura(cv::FileStorage& fs, const std::string& file) {
-  verificaTamanho(file);
-  if (textoPerigoso(file)) tvm::erro("Erro abertura arquivo ", file);
+// A parse of well-formed text takes milliseconds per megabyte: this bound,
+// in CPU seconds of the reading thread, is only the last guard.
+double limiteDeLeitura(size_t bytes) { return 1.0 + static_cast<double>(bytes) / 1e6; }
+
+// One FileStorage parse at a time: the guard's timer and message are the
+// process's.
+std::mutex leituraGuardada;
+
+// Parses `texto`, the contents of `file`, with FileStorage, only when it has
+// the form OpenCV's writers give a store (forma_opencv.hpp): its parser may
+// never return on other text. Anything else is reported like a failed open.
+void abreTexto(cv::FileStorage& fs, const std::string& texto, const std::string& file) {
+  if (!formaDoOpenCV(texto.data(), texto.size())) tvm::erro("Erro abertura arquivo ", file);
   bool aberto = false;
   try {
-    const tvm::Vigia vigia(limiteDeLeitura(file), "Erro: leitura nao termina, arquivo corrompido " + file);
+    const std::lock_guard<std::mutex> vez(leituraGuardada);
+    const tvm::Vigia vigia(limiteDeLeitura(texto.size()), "Erro: leitura nao termina, arquivo corrompido " + file);
+    aberto = fs.open(texto, cv::FileStorage::READ | cv::FileStorage::MEMORY, "");
+  } catch (const std::exception&) {
+    aberto = false;
+  }
+  if (!aberto) tvm::erro("Erro abertura arquivo ", file);
+}
+
+// FileStorage straight on the file, for the reference readers: the inputs
+// given to them are known to be well formed.
+void abreLeitura(cv::FileStorage& fs, const std::string& file) {
+  bool aberto = false;
+  try {
+    const std::lock_guard<std::mutex> vez(leituraGuardada);
+    struct stat info {};
+    const double megabytes = ::stat(file.c_str(), &info) == 0 ? info.st_size / 1e6 : 0.0;
+    const tvm::Vigia vigia(limiteDeLeitura(static_cast<size_t>(megabytes * (comprimido(file) ? 20e6 : 1e6))),
+                           "Erro: leitura nao termina, arquivo corrompido " + file);
     aberto = fs.open(file, cv::FileStorage::READ, "");
   } catch (const std::exception&) {
     aberto = false;
@@ -201,10 +202,6 @@ void escreve(const std::string& file, const std::vector<cv::KeyPoint>& keypoints
   saida.confirma();
 }
 
-}  // namespace
-
-namespace {
-
 // OpenCV throws (cv::Exception, std::length_error...) on some malformed
 // nodes; that is the file's fault, not ours.
 std::vector<cv::KeyPoint> leNodeKeyPointsSeguro(const cv::FileStorage& fs, const std::string& file) {
@@ -215,23 +212,6 @@ std::vector<cv::KeyPoint> leNodeKeyPointsSeguro(const cv::FileStorage& fs, const
   } catch (const std::exception&) {
     tvm::erro("Erro: keypoints malformados em ", file);
   }
-}
-
-}  // namespace
-
-std::vector<cv::KeyPoint> leKeyPoints(const std::string& file) {
-  verificaTamanho(file);
-  std::vector<cv::KeyPoint> keypoints;
-  if (leStoreRapido(file, keypoints, nullptr)) return keypoints;
-  return leKeyPointsFileStorage(file);
-}
-
-std::vector<cv::KeyPoint> leKeyPointsFileStorage(const std::string& file) {
-  cv::FileStorage fs;
-  abreLeitura(fs, file);
-  std::vector<cv::KeyPoint> keypoints = leNodeKeyPointsSeguro(fs, file);
-  fs.release();
-  return keypoints;
 }
 
 // The matrix header is checked against the data that is really there before
@@ -247,24 +227,52 @@ void verificaMatriz(const cv::FileNode& node, const std::string& file) {
   if (elementos > presentes) tvm::erro("Erro: descritores malformados em ", file);
 }
 
+// The nodes of an open store; `descriptors` null for keypoints only.
+void leNos(cv::FileStorage& fs, const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat* descriptors) {
+  keypoints = leNodeKeyPointsSeguro(fs, file);
+  if (descriptors) try {
+      verificaMatriz(fs["descriptors"], file);
+      cv::read(fs["descriptors"], *descriptors, cv::Mat());
+    } catch (const tvm::Erro&) {
+      throw;
+    } catch (const std::exception&) {
+      tvm::erro("Erro: descritores malformados em ", file);
+    }
+  fs.release();
+}
+
+void leStore(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat* descriptors) {
+  const std::string texto = textoDoStore(file);
+  if (leStoreTexto(texto, keypoints, descriptors)) return;
+  cv::FileStorage fs;
+  abreTexto(fs, texto, file);
+  leNos(fs, file, keypoints, descriptors);
+}
+
+}  // namespace
+
+std::vector<cv::KeyPoint> leKeyPoints(const std::string& file) {
+  std::vector<cv::KeyPoint> keypoints;
+  leStore(file, keypoints, nullptr);
+  return keypoints;
+}
+
 void leDescritores(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat& descriptors) {
-  verificaTamanho(file);
-  if (!leStoreRapido(file, keypoints, &descriptors)) leDescritoresFileStorage(file, keypoints, descriptors);
+  leStore(file, keypoints, &descriptors);
+}
+
+std::vector<cv::KeyPoint> leKeyPointsFileStorage(const std::string& file) {
+  cv::FileStorage fs;
+  abreLeitura(fs, file);
+  std::vector<cv::KeyPoint> keypoints;
+  leNos(fs, file, keypoints, nullptr);
+  return keypoints;
 }
 
 void leDescritoresFileStorage(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat& descriptors) {
   cv::FileStorage fs;
   abreLeitura(fs, file);
-  keypoints = leNodeKeyPointsSeguro(fs, file);
-  try {
-    verificaMatriz(fs["descriptors"], file);
-    cv::read(fs["descriptors"], descriptors, cv::Mat());
-  } catch (const tvm::Erro&) {
-    throw;
-  } catch (const std::exception&) {
-    tvm::erro("Erro: descritores malformados em ", file);
-  }
-  fs.release();
+  leNos(fs, file, keypoints, &descriptors);
 }
 
 void impKeyPoints(const std::string& file, const std::vector<cv::KeyPoint>& keypoints) {

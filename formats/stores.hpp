@@ -12,7 +12,9 @@
 //                       with row i describing keypoint i.
 // A missing node reads as an empty list or an empty matrix. A store whose
 // text, inflated for a .gz one, passes tvm::limiteStoreBytes() stops the
-// tool before it is parsed.
+// tool before it is parsed. Text not in the form OpenCV's writers give a
+// store (forma_opencv.hpp) is refused as a failed open, at once: it never
+// reaches OpenCV's parser, which may not return on it.
 #pragma once
 
 #include "support/arquivos.hpp"
@@ -24,14 +26,14 @@
 
 namespace formats {
 
-// Stores written by these tools or by OpenCV's FileStorage are parsed
-// directly (leitura_rapida.hpp); any other text goes through
-// cv::FileStorage, with the same results.
+// The text is read once. Stores written by these tools or by OpenCV's
+// FileStorage are parsed directly (leitura_rapida.hpp); other text in
+// OpenCV's form goes through cv::FileStorage, with the same results.
 std::vector<cv::KeyPoint> leKeyPoints(const std::string& file);
 void leDescritores(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat& descriptors);
 
-// The cv::FileStorage readers alone: the reference the direct parser must
-// agree with.
+// The cv::FileStorage readers alone, on the file itself: the reference the
+// direct parser must agree with, for text known to be well formed.
 std::vector<cv::KeyPoint> leKeyPointsFileStorage(const std::string& file);
 void leDescritoresFileStorage(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat& descriptors);
 

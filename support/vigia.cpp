@@ -3,7 +3,6 @@
 #include "support/saida_segura.hpp"
 
 #include <signal.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -25,7 +24,6 @@ void tratador(int) {
 }
 
 struct sigaction acaoAnterior;
-itimerval timerAnterior;
 
 }  // namespace
 
@@ -37,14 +35,19 @@ Vigia::Vigia(double segundos, const std::string& mensagem) {
   acao.sa_handler = tratador;
   sigemptyset(&acao.sa_mask);
   ::sigaction(SIGALRM, &acao, &acaoAnterior);
-  itimerval timer{};
-  timer.it_value.tv_sec = static_cast<time_t>(segundos);
-  timer.it_value.tv_usec = static_cast<suseconds_t>((segundos - std::floor(segundos)) * 1e6);
-  ::setitimer(ITIMER_REAL, &timer, &timerAnterior);
+  sigevent evento{};
+  evento.sigev_notify = SIGEV_SIGNAL;
+  evento.sigev_signo = SIGALRM;
+  if (::timer_create(CLOCK_THREAD_CPUTIME_ID, &evento, &timer_) != 0) return;  // unguarded, never wrong
+  armado_ = true;
+  itimerspec prazo{};
+  prazo.it_value.tv_sec = static_cast<time_t>(segundos);
+  prazo.it_value.tv_nsec = static_cast<long>((segundos - std::floor(segundos)) * 1e9);
+  ::timer_settime(timer_, 0, &prazo, nullptr);
 }
 
 Vigia::~Vigia() {
-  ::setitimer(ITIMER_REAL, &timerAnterior, nullptr);
+  if (armado_) ::timer_delete(timer_);
   ::sigaction(SIGALRM, &acaoAnterior, nullptr);
 }
 

@@ -158,6 +158,12 @@ void variantes(const Caso& base, const std::string& arquivo, bool completo, std:
   };
   const auto aceita = [&](const std::string& nome, const std::string& texto) { junta(nome, texto, true, ""); };
   junta("ausente", std::nullopt, false, "");
+  // OpenCV's YAML parser never returns on this text (a block sequence whose
+  // indentation goes back and forth). Every store reader must refuse it
+  // before that parser, as a failed open: reaching the parser would end the
+  // run after a second of CPU with the reading guard's message instead.
+  if (tipo == Tipo::keypoints || tipo == Tipo::descritores)
+    junta("recuoVaiEVolta", "%YAML:1.0\n\n   - 9.\n - 7\n   - -1\n", false, "Erro abertura arquivo " + arquivo);
   // NaN in each field of one record (float and int fields are checked apart), infinities in the first.
   const auto porCampo = [&](int primeiro, int campos, const std::string& nan, const std::string& inf) {
     for (int c = 0; c < campos; ++c) falha("nan" + std::to_string(c), troca(bom, {{primeiro + c, nan}}));

@@ -1,16 +1,14 @@
 // The keypoint and descriptor store reader on arbitrary bytes. The first byte
-// chooses the format, so both the XML and the YAML parser are reached, and
-// whether the rest is stored gzip-compressed, so the inflating reader is too.
+// chooses the file name (".xml" or ".yml"; the text's start chooses the
+// syntax) and whether the rest is stored gzip-compressed, so the inflating
+// reader is reached too.
 //
 // Every input the direct parser accepts must read to exactly what
 // cv::FileStorage gives (same keypoint bits, same matrix header and bytes);
-// any difference aborts.
-//
-// OpenCV's YAML parser loops forever on some malformed text; the reader's
-// time bound then ends the process as it ends a real run: its message, status
-// 1, nothing unwound through OpenCV's frames. scripts/fuzz then prints the
-// input, which stays in the scratch file the message names. No input of the
-// repeatable stretch gets there (nor any of 98000 explored in 150 s).
+// any difference aborts. Every input the form check lets through reaches
+// OpenCV's parser, which must then return: if it ran into the reader's last
+// guard, the process would end with that guard's message and status 1, a
+// finding (scripts/fuzz prints the input).
 #include "formats/leitura_rapida.hpp"
 #include "formats/stores.hpp"
 #include "tests/common/mesmos_bits.hpp"

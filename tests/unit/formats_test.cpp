@@ -83,7 +83,7 @@ TEST(Stores, BadStoresStopWithTheFileNamed) {
     EXPECT_EQ(teste::mensagemDe([&] { formats::leKeyPoints(pasta / c.arquivo); }), c.mensagem + (pasta / c.arquivo));
   }
   // A damaged row count must be refused, not allocated.
-  teste::escreveTexto(pasta / "linhas.yml", "%YAML:1.0\n---\ndescriptors: !!opencv-matrix\n   rows:`1\n   cols: 2\n"
+  teste::escreveTexto(pasta / "linhas.yml", "%YAML:1.0\n---\ndescriptors: !!opencv-matrix\n   rows: 600000000\n   cols: 2\n"
                                             "   dt: f\n   data: [ 1., 2. ]\n");
   std::vector<cv::KeyPoint> kps;
   cv::Mat des;
