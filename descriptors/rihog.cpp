@@ -2,6 +2,7 @@
 
 #include "descriptors/paralelo.hpp"
 #include "descriptors/patch.hpp"
+#include "support/clones.hpp"
 #include "support/erro.hpp"
 #include "support/img.hpp"
 #include "support/numeros.hpp"
@@ -57,11 +58,9 @@ inline double centraNoBin(double a, double passo) {
 // [0, 360)), and the gradient magnitude. The same operations as quantiza, in
 // the same order; apart from the table lookup they run on whole vectors of
 // pixels, which AVX2 does four at a time.
-__attribute__((target_clones("avx2", "default"))) void binsEMagnitudes(int n, const int* __restrict dx,
-                                                                       const int* __restrict dy,
-                                                                       const float* __restrict angulo,
-                                                                       const float* __restrict atan, double passo,
-                                                                       int* __restrict bin, double* __restrict mag) {
+QUIVELAR_CLONES("avx2", "default") void binsEMagnitudes(int n, const int* __restrict dx, const int* __restrict dy,
+                                                        const float* __restrict angulo, const float* __restrict atan,
+                                                        double passo, int* __restrict bin, double* __restrict mag) {
   for (int i = 0; i < n; ++i) {
     double rel = static_cast<double>(atan[dy[i] * ladoAtan + dx[i]] - angulo[i]);
     rel = rel < 0.0 ? rel + 360.0 : rel;

@@ -27,6 +27,8 @@ void MatRatio(int argc, char** argv) {
               " tem " + std::to_string(par.descritores2.rows) + " descritor(es), a razao precisa de ao menos 2");
   const std::vector<std::vector<cv::DMatch>> listas = casa2NN(par.descritores1, par.descritores2, opcoes.busca);
   const std::vector<cv::DMatch> matches = selecionaRatio(listas, opcoes);
+  if (opcoes.modo == ModoRatio::acRate)
+    std::printf("Vou apagar %u casamentos\n", static_cast<unsigned>(listas.size() - matches.size()));
   // With no descriptors in image 1 nothing was offered and nothing kept: 0%.
   const double taxa = listas.empty() ? 0.0 : static_cast<double>(matches.size()) * 100.0 / listas.size();
   std::printf("Matches_iniciais=%u Matches_finals=%u taxa_aceite=%5.2f%%\n", static_cast<unsigned>(listas.size()),

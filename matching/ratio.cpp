@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 namespace {
 
@@ -63,7 +62,6 @@ void acRateTest(const std::vector<std::vector<cv::DMatch>>& listas, std::vector<
   const double keep = std::nearbyint(static_cast<double>(n) * taxa);
   if (!(keep >= 0.0 && keep <= static_cast<double>(n))) tvm::erro("Erro acRate invalido");
   const size_t mantidos = static_cast<size_t>(keep);
-  std::printf("Vou apagar %u casamentos\n", static_cast<unsigned>(n - mantidos));
   saida.clear();
   saida.reserve(mantidos);
   for (size_t i = 0; i < mantidos; ++i) saida.push_back(comoSaida(registros[i], ordem));

@@ -38,7 +38,8 @@ void ratioTest(const std::vector<std::vector<cv::DMatch>>& listas, std::vector<c
                double limiar);
 
 // Keeps the first round(n * taxa) of the n sorted records (nearest integer,
-// ties to even), printing how many it drops. No threshold applies.
+// ties to even). No threshold applies. Prints nothing: the sweep calls it
+// from its workers; MatRatio says how many it drops.
 void acRateTest(const std::vector<std::vector<cv::DMatch>>& listas, std::vector<cv::DMatch>& saida, char ordem,
                 double taxa);
 

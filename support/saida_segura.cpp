@@ -7,10 +7,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <vector>
 
 namespace tvm {
@@ -24,39 +26,59 @@ constexpr size_t kBloco = size_t{1} << 16;
 constexpr int kSinaisDeFim[] = {SIGINT, SIGTERM, SIGHUP};
 
 // The live temporaries, for the signal handler: a fixed table, since a
-// handler may neither allocate nor take a lock.
+// handler may neither allocate nor take a lock. A writer claims a free slot
+// (compare-exchange, so two threads never share one), fills it, then
+// publishes it with a release store; the handler acquire-loads the state and
+// reads only published slots, whose name is then complete.
+static_assert(std::atomic<int>::is_always_lock_free, "the signal handler needs a lock-free atomic");
+enum EstadoVaga : int { kLivre, kPreenchendo, kPublicada };
 struct Vaga {
-  volatile sig_atomic_t usada;
-  int pasta;
-  char nome[48];
+  std::atomic<int> estado{kLivre};
+  int pasta = -1;
+  char nome[48] = {};
 };
 Vaga vagas[64];
 
+// Called with the end signals held (SinaisRetidos), so that no handler runs
+// while a slot is claimed.
 int ocupaVaga(int pasta, const std::string& nome) {
-  for (int i = 0; i < static_cast<int>(sizeof vagas / sizeof vagas[0]); ++i) {
-    if (vagas[i].usada) continue;
-    vagas[i].pasta = pasta;
-    std::strncpy(vagas[i].nome, nome.c_str(), sizeof vagas[i].nome - 1);
-    vagas[i].usada = 1;
-    return i;
+  for (Vaga& v : vagas) {
+    int livre = kLivre;
+    if (!v.estado.compare_exchange_strong(livre, kPreenchendo, std::memory_order_acquire)) continue;
+    v.pasta = pasta;
+    std::strncpy(v.nome, nome.c_str(), sizeof v.nome - 1);
+    v.estado.store(kPublicada, std::memory_order_release);
+    return static_cast<int>(&v - vagas);
   }
   return -1;  // the destructor still removes it; only a signal would not
 }
 
 void liberaVaga(int& vaga) {
-  if (vaga >= 0) vagas[vaga].usada = 0;
+  if (vaga >= 0) vagas[vaga].estado.store(kLivre, std::memory_order_release);
   vaga = -1;
 }
 
-// Set while the table or a set of destinations is half changed: a signal
-// then waits for the change to end. A flag rather than a signal mask, since
-// the signal may land on any thread (the descriptor workers').
-volatile sig_atomic_t retendo = 0, pendente = 0;
+// The hold on SIGINT, SIGTERM and SIGHUP: how many threads have the table or
+// a set of destinations half changed, and two flags. A signal that comes
+// while the count is above zero is only noted (kPendente); whoever brings
+// the count to zero delivers it. A count rather than a signal mask, since
+// the signal may land on any thread, including one that holds nothing. One
+// word, so that the handler's choice (wait, or end the process: kTerminando)
+// and a thread's taking a hold are ordered one way or the other: a thread
+// that comes too late waits for the end instead of starting a change.
+constexpr int kPendente = 1 << 29, kTerminando = 1 << 30, kContagem = kPendente - 1;
+std::atomic<int> retencao{0};
+std::atomic<int> sinalPendente{0};
 
 void aoSinalDeFim(int sinal) {
-  if (retendo) {
-    pendente = sinal;
-    return;
+  int estado = retencao.load();
+  for (;;) {
+    if (estado & kContagem) {
+      sinalPendente.store(sinal);
+      if (retencao.compare_exchange_weak(estado, estado | kPendente)) return;
+    } else if (retencao.compare_exchange_weak(estado, estado | kTerminando)) {
+      break;
+    }
   }
   removeTemporarios();
   ::signal(sinal, SIG_DFL);
@@ -71,28 +93,35 @@ void aoSinalDeFim(int sinal) {
 // to ignore (nohup) stays ignored. SIGXFSZ would kill the process at a
 // file-size limit with the temporary left; ignored, write returns EFBIG.
 void preparaSinais() {
-  static bool pronto = false;
-  if (pronto) return;
-  pronto = true;
-  ::signal(SIGXFSZ, SIG_IGN);
-  struct sigaction acao {};
-  acao.sa_handler = aoSinalDeFim;
-  sigemptyset(&acao.sa_mask);
-  for (int s : kSinaisDeFim) sigaddset(&acao.sa_mask, s);
-  for (int s : kSinaisDeFim) {
-    struct sigaction anterior {};
-    if (::sigaction(s, nullptr, &anterior) == 0 && anterior.sa_handler != SIG_IGN) ::sigaction(s, &acao, nullptr);
-  }
+  static std::once_flag uma;
+  std::call_once(uma, [] {
+    ::signal(SIGXFSZ, SIG_IGN);
+    struct sigaction acao {};
+    acao.sa_handler = aoSinalDeFim;
+    sigemptyset(&acao.sa_mask);
+    for (int s : kSinaisDeFim) sigaddset(&acao.sa_mask, s);
+    for (int s : kSinaisDeFim) {
+      struct sigaction anterior {};
+      if (::sigaction(s, nullptr, &anterior) == 0 && anterior.sa_handler != SIG_IGN) ::sigaction(s, &acao, nullptr);
+    }
+  });
 }
 
 // Holds SIGINT, SIGTERM and SIGHUP back for its lifetime; one that came
-// meanwhile is delivered at its end.
+// meanwhile is delivered when the last hold of any thread ends.
 class SinaisRetidos {
  public:
-  SinaisRetidos() { retendo = 1; }
+  SinaisRetidos() {
+    // The handler is removing the temporaries on another thread and will
+    // end the process: a change begun now could be cut in half.
+    if (retencao.fetch_add(1) & kTerminando)
+      for (;;) ::pause();
+  }
   ~SinaisRetidos() {
-    retendo = 0;
-    if (pendente) ::raise(pendente);
+    const int antes = retencao.fetch_sub(1);
+    if ((antes & kContagem) != 1 || !(antes & kPendente)) return;
+    retencao.fetch_and(~kPendente);
+    ::raise(sinalPendente.load());
   }
   SinaisRetidos(const SinaisRetidos&) = delete;
   SinaisRetidos& operator=(const SinaisRetidos&) = delete;
@@ -120,9 +149,10 @@ bool segueLinks(const std::string& nome, std::string& alvo) {
   return false;
 }
 
+// One counter for every thread of the process: no two calls get one number.
 std::string nomeTemporario() {
-  static unsigned contador = 0;
-  return "quivelar-" + std::to_string(::getpid()) + "-" + std::to_string(contador++) + ".tmp";
+  static std::atomic<unsigned> contador{0};
+  return "quivelar-" + std::to_string(::getpid()) + "-" + std::to_string(contador.fetch_add(1)) + ".tmp";
 }
 
 // Portuguese, unaccented, like every message of the program.
@@ -148,7 +178,7 @@ bool sincroniza(int fd) {
 
 void removeTemporarios() {
   for (Vaga& v : vagas)
-    if (v.usada) ::unlinkat(v.pasta, v.nome, 0);
+    if (v.estado.load(std::memory_order_acquire) == kPublicada) ::unlinkat(v.pasta, v.nome, 0);
 }
 
 SaidaSegura::SaidaSegura(std::string destino, std::string mensagemAbertura)

@@ -20,6 +20,9 @@
 // temporary. SIGINT, SIGTERM and SIGHUP remove every live temporary and then
 // end the process by the same signal, as an interrupted program must.
 //
+// Threads: any number of writers may live and be confirmed at once on any
+// threads, each object used by one thread at a time.
+//
 // Hard links: the rename gives the destination's name a new file; other names
 // of the old file keep the old contents.
 #pragma once

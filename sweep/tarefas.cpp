@@ -2,12 +2,14 @@
 
 #include <opencv2/core.hpp>
 
+#include <algorithm>
 #include <condition_variable>
 #include <exception>
-#include <algorithm>
 #include <functional>
 #include <mutex>
 #include <queue>
+#include <system_error>
+#include <thread>
 
 namespace sweep {
 
@@ -22,11 +24,32 @@ Tarefas::Id Tarefas::adiciona(std::function<void()> f, const std::vector<Id>& an
   return id;
 }
 
+namespace {
+
+// OpenCV's pool at one thread for a scope: its threads would only compete
+// with the workers for the cores. (When the workers ran on that pool, OpenCV
+// ran a loop nested in them serially for the same reason.)
+class PoolDoOpenCVEmUm {
+ public:
+  PoolDoOpenCVEmUm() { cv::setNumThreads(1); }
+  ~PoolDoOpenCVEmUm() { cv::setNumThreads(antes_); }
+  PoolDoOpenCVEmUm(const PoolDoOpenCVEmUm&) = delete;
+  PoolDoOpenCVEmUm& operator=(const PoolDoOpenCVEmUm&) = delete;
+
+ private:
+  const int antes_ = cv::getNumThreads();
+};
+
+}  // namespace
+
 void Tarefas::executa() {
   std::mutex m;
   std::condition_variable mudou;
-  // Ready tasks, earliest added first.
-  std::priority_queue<Id, std::vector<Id>, std::greater<Id>> prontas;
+  // Ready tasks, earliest added first; room for all of them from the start,
+  // so that a worker cannot fail outside a task.
+  std::vector<Id> espaco;
+  espaco.reserve(tarefas_.size());
+  std::priority_queue<Id, std::vector<Id>, std::greater<Id>> prontas(std::greater<Id>(), std::move(espaco));
   for (Id i = 0; i < static_cast<Id>(tarefas_.size()); ++i)
     if (tarefas_[i].faltam == 0) prontas.push(i);
   size_t feitas = 0;
@@ -59,9 +82,17 @@ void Tarefas::executa() {
     }
   };
   const int workers = std::max(1, cv::getNumThreads());
-  cv::parallel_for_(cv::Range(0, workers), [&](const cv::Range& r) {
-    for (int w = r.start; w < r.end; ++w) trabalha();
-  }, workers);
+  {
+    const PoolDoOpenCVEmUm umSo;
+    std::vector<std::thread> outros;
+    try {
+      for (int w = 1; w < workers; ++w) outros.emplace_back(trabalha);
+    } catch (const std::system_error&) {
+      // A thread the system refuses: the ones running do its share.
+    }
+    trabalha();
+    for (std::thread& t : outros) t.join();
+  }
   // Each worker returns only after its own task ends: nothing runs now.
   tarefas_.clear();
   if (falha) std::rethrow_exception(falha);

@@ -1,4 +1,4 @@
-// Tasks with dependencies over OpenCV's thread pool. A sweep's stages are a
+// Tasks with dependencies over a pool of threads. A sweep's stages are a
 // graph (load image k, detect it, describe it, match pair 1-k, write the
 // unit); run pass by pass, every pass ends waiting for its slowest task with
 // the other cores idle. Here each worker takes, among the tasks whose
@@ -19,9 +19,11 @@ class Tarefas {
   // f runs after every task in `antes` has run.
   Id adiciona(std::function<void()> f, const std::vector<Id>& antes = {});
 
-  // Runs every task on cv::getNumThreads() workers; with one, in the order
-  // added. A task's exception stops the others from starting and is
-  // rethrown once the running ones end.
+  // Runs every task on cv::getNumThreads() workers (the caller and threads
+  // of our own); with one, in the order added. A task's exception stops the
+  // others from starting and is rethrown once the running ones end. While
+  // they run, OpenCV's pool is held at one thread: the tasks are the
+  // parallelism, and a parallel loop inside a task runs on its worker.
   void executa();
 
  private:

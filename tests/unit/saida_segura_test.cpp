@@ -1,6 +1,7 @@
 // tvm::SaidaSegura in-process: the bytes arrive whole and in order however
 // they are cut, nothing appears before confirma(), a set of outputs replaces
-// all its files or none, and names that lead to one file are caught.
+// all its files or none, names that lead to one file are caught, and many
+// threads write at once.
 #include "formats/stores.hpp"
 #include "support/erro.hpp"
 #include "support/saida_segura.hpp"
@@ -9,9 +10,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <memory>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -152,6 +156,80 @@ TEST(SaidaSegura, StoresAreWhatFileStorageWrites) {
     EXPECT_EQ(lidos.size(), k.size());
     EXPECT_EQ(cv::norm(dLido, d, cv::NORM_INF), 0.0);
   }
+}
+
+// Eight threads, 200 outputs each, at once, into four folders they share:
+// outputs alone, written twice (the second replaces the first), in pairs
+// confirmed together, and abandoned. Every destination ends with exactly its
+// own bytes, an abandoned one does not exist, nothing else is left, and no
+// two writers of the process were ever given the same temporary name.
+TEST(SaidaSegura, ManyThreadsAtOnce) {
+  constexpr int kThreads = 8, kPorThread = 200, kPastas = 4;
+  teste::PastaTemp pasta;
+  for (int p = 0; p < kPastas; ++p) fs::create_directory(pasta / std::to_string(p));
+  const auto nome = [](int t, int i) {
+    return std::to_string(i % kPastas) + "/" + std::to_string(t) + "-" + std::to_string(i);
+  };
+  const auto bytes = [](int t, int i) {
+    return std::string(1 + (7 * t + 13 * i) % 300, static_cast<char>('a' + t)) + std::to_string(i);
+  };
+  std::vector<Nomes> temporarios(kThreads);
+  std::vector<std::string> mensagens(kThreads);
+  {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+      threads.emplace_back([&, t] {
+        mensagens[t] = teste::mensagemDe([&] {
+          const auto abre = [&](int i) {
+            auto s = std::make_unique<tvm::SaidaSegura>(pasta / nome(t, i));
+            temporarios[t].push_back(fs::path(s->temporario()).filename());
+            return s;
+          };
+          for (int i = 0; i < kPorThread; ++i) {
+            switch (i % 5) {
+              case 0:
+                abre(i)->escreve("abandonada");
+                break;
+              case 1: {
+                const auto a = abre(i), b = abre(i + 1);
+                a->escreve(bytes(t, i));
+                b->escreve(bytes(t, i + 1));
+                tvm::SaidaSegura::confirmaJuntas({a.get(), b.get()});
+                ++i;
+                break;
+              }
+              case 3:
+                abre(i)->confirma();
+                [[fallthrough]];
+              default: {
+                const auto a = abre(i);
+                a->escreve(bytes(t, i));
+                a->confirma();
+              }
+            }
+          }
+        });
+      });
+    for (std::thread& t : threads) t.join();
+  }
+  Nomes esperados, achados, todos;
+  for (int t = 0; t < kThreads; ++t) {
+    EXPECT_EQ(mensagens[t], "(sem erro)") << t;
+    todos.insert(todos.end(), temporarios[t].begin(), temporarios[t].end());
+    for (int i = 0; i < kPorThread; ++i) {
+      if (i % 5 == 0) continue;
+      esperados.push_back(pasta / nome(t, i));
+      EXPECT_EQ(teste::leTexto(pasta / nome(t, i)), bytes(t, i)) << nome(t, i);
+    }
+  }
+  for (const auto& e : fs::recursive_directory_iterator(pasta.caminho()))
+    if (!e.is_directory()) achados.push_back(e.path());
+  std::sort(esperados.begin(), esperados.end());
+  std::sort(achados.begin(), achados.end());
+  EXPECT_EQ(achados, esperados);
+  std::sort(todos.begin(), todos.end());
+  EXPECT_EQ(std::adjacent_find(todos.begin(), todos.end()), todos.end()) << "temporary names repeated";
+  EXPECT_EQ(todos.size(), size_t{kThreads} * (kPorThread + kPorThread / 5));
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 
 #include <atomic>
 #include <cmath>
+#include <condition_variable>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -304,6 +305,34 @@ TEST(Tarefas, OrdemDependenciasEFalha) {
     }
     cv::setNumThreads(antes);
   }
+}
+
+// Two tasks that each wait for the other to start end only when the graph
+// runs them on two threads at once; meanwhile OpenCV's pool is held at one
+// thread, and given back afterwards.
+TEST(Tarefas, EmThreadsDeVerdade) {
+  const int antes = cv::getNumThreads();
+  for (int threads : {2, 4}) {
+    SCOPED_TRACE(threads);
+    cv::setNumThreads(threads);
+    sweep::Tarefas t;
+    std::mutex m;
+    std::condition_variable mudou;
+    int chegaram = 0;
+    std::vector<int> poolNaTarefa(2, -1);
+    for (int i = 0; i < 2; ++i)
+      t.adiciona([&, i] {
+        std::unique_lock<std::mutex> trava(m);
+        poolNaTarefa[i] = cv::getNumThreads();
+        ++chegaram;
+        mudou.notify_all();
+        mudou.wait(trava, [&] { return chegaram == 2; });
+      });
+    t.executa();
+    EXPECT_EQ(poolNaTarefa, (std::vector<int>{1, 1}));
+    EXPECT_EQ(cv::getNumThreads(), threads);
+  }
+  cv::setNumThreads(antes);
 }
 
 }  // namespace
