@@ -1,12 +1,15 @@
 // Matching stage by stage on 5000 x 5000 real SIFT descriptors (cena::sift5000:
 // images 1 and 3 against images 2 and 4): 1-NN and 2-NN, brute force and
 // FLANN; the sort and the ratio selection; and the two tools whole, files
-// included. Reading and writing the files alone: formats_bench.cpp.
+// included. Reading and writing the files alone: formats_bench.cpp. Binary
+// rows by Hamming distance: 10,000 x 10,000 random rows, beside the core's
+// popcount peak.
 #include "bench/cena.hpp"
 #include "formats/stores.hpp"
 #include "matching/busca.hpp"
 #include "matching/ratio.hpp"
 #include "matching/tools.hpp"
+#include "matching/vizinhos_hamming.hpp"
 #include "matching/vizinhos_l2.hpp"
 
 #include <immintrin.h>
@@ -164,3 +167,76 @@ BENCHMARK(BM_Casa2NN)->ArgName("flann")->Arg(0)->Arg(1)->Unit(benchmark::kMillis
 BENCHMARK(BM_OrdenaNN)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SelecionaRatio)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Ferramenta)->ArgNames({"ratio", "flann"})->ArgsProduct({{0, 1}, {0, 1}})->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
+
+// --- Hamming ------------------------------------------------------------------
+
+namespace {
+
+// 10,000 x 10,000 random rows of ORB's width (32 bytes) or BRISK's (64).
+struct Binarias {
+  cv::Mat query, train;
+};
+
+const Binarias& binarias(int bytes) {
+  const auto gera = [](int largura) {
+    Binarias b{cv::Mat(10000, largura, CV_8U), cv::Mat(10000, largura, CV_8U)};
+    cv::RNG(largura).fill(b.query, cv::RNG::UNIFORM, 0, 256);
+    cv::RNG(largura + 1).fill(b.train, cv::RNG::UNIFORM, 0, 256);
+    return b;
+  };
+  static const Binarias orb = gera(32), brisk = gera(64);
+  return bytes == 32 ? orb : brisk;
+}
+
+// BFMatcher(NORM_HAMMING) (path 0) against vizinhosHamming on the fastest
+// path (1), on 1 or 2 OpenCV threads. Gpalavras/s: 64-bit words popcounted
+// per second, one per word of every pair, to read against BM_PicoPopcnt.
+void BM_ForcaBrutaHamming(benchmark::State& state) {
+  const Binarias& b = binarias(int(state.range(1)));
+  const int k = int(state.range(2)), antes = cv::getNumThreads();
+  cv::setNumThreads(int(state.range(3)));
+  for (auto _ : state) {
+    std::vector<std::vector<cv::DMatch>> r;
+    if (state.range(0) == 0)
+      cv::BFMatcher(cv::NORM_HAMMING).knnMatch(b.query, b.train, r, k);
+    else
+      r = matching::vizinhosHamming(b.query, b.train, k);
+    benchmark::DoNotOptimize(r.data());
+  }
+  cv::setNumThreads(antes);
+  const double palavras = double(b.query.rows) * b.train.rows * ((b.query.cols + 7) / 8);
+  state.counters["Gpalavras/s"] =
+      benchmark::Counter(palavras * 1e-9 * state.iterations(), benchmark::Counter::kIsRate);
+}
+
+// The core's popcount peak: independent AVX-512 VPOPCNTQ chains on
+// registers, enough of them to hide the latency. Gpalavras/s as above.
+__attribute__((target("avx512f,avx512vpopcntdq"))) void BM_PicoPopcnt(benchmark::State& state) {
+  if (!__builtin_cpu_supports("avx512vpopcntdq")) {
+    state.SkipWithError("sem AVX-512 VPOPCNTDQ");
+    return;
+  }
+  constexpr int kCadeias = 16, kVoltas = 1 << 16;
+  for (auto _ : state) {
+    __m512i x[kCadeias];
+    for (int c = 0; c < kCadeias; ++c) x[c] = _mm512_set1_epi64(0x0123456789abcdefLL + c);
+    benchmark::DoNotOptimize(x);  // no constant folding of the chains
+    for (int v = 0; v < kVoltas; ++v)
+      for (int c = 0; c < kCadeias; ++c) x[c] = _mm512_popcnt_epi64(x[c]);
+    for (int c = 1; c < kCadeias; ++c) x[0] = _mm512_add_epi64(x[0], x[c]);
+    alignas(64) long long v[8];
+    _mm512_store_si512(v, x[0]);
+    benchmark::DoNotOptimize(v[0]);
+  }
+  state.counters["Gpalavras/s"] =
+      benchmark::Counter(8.0 * kCadeias * kVoltas * 1e-9 * state.iterations(), benchmark::Counter::kIsRate);
+}
+
+}  // namespace
+
+BENCHMARK(BM_PicoPopcnt)->Threads(1)->Threads(2)->UseRealTime();
+BENCHMARK(BM_ForcaBrutaHamming)
+    ->ArgNames({"caminho", "bytes", "k", "threads"})
+    ->ArgsProduct({{0, 1}, {32, 64}, {1, 2}, {1, 2}})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
