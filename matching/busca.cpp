@@ -1,5 +1,6 @@
 #include "matching/busca.hpp"
 
+#include "matching/vizinhos_hamming.hpp"
 #include "matching/vizinhos_l2.hpp"
 
 #include "formats/match_file.hpp"
@@ -15,11 +16,14 @@
 
 namespace {
 
+const char* nomeDoTipo(const cv::Mat& descritores) { return binarios(descritores) ? "binarios" : "float"; }
+
 void leStore(const std::string& arquivo, std::vector<cv::KeyPoint>& keypoints, cv::Mat& descritores) {
   formats::leDescritores(arquivo, keypoints, descritores);
   if (keypoints.size() != static_cast<size_t>(descritores.rows)) tvm::erro("Erro: numero de keypoints != descritores");
-  if (!descritores.empty() && (descritores.dims != 2 || descritores.type() != CV_32FC1))
-    tvm::erro("Erro: descritores nao sao float de 32 bits em ", arquivo);
+  if (!descritores.empty() && (descritores.dims != 2 || (descritores.type() != CV_32FC1 && !binarios(descritores))))
+    tvm::erro("Erro: descritores nao sao float de 32 bits nem binarios de 8 bits em ", arquivo);
+  if (binarios(descritores)) return;  // every byte value is a distance of at most 8 bits
   // Finite values give distances in [0, inf], never NaN, so sorting is safe.
   if (!cv::checkRange(descritores)) tvm::erro("Erro: descritores com valor nao finito em ", arquivo);
   // Distances are sums of squares in float: past this bound one of them may
@@ -48,6 +52,12 @@ ParDescritores leParDescritores(const std::string& arquivo1, const std::string& 
   ParDescritores par;
   leStore(arquivo1, par.keypoints1, par.descritores1);
   leStore(arquivo2, par.keypoints2, par.descritores2);
+  // A Hamming distance between float bits, or an L2 one between bit strings,
+  // would be a number without meaning.
+  if (!par.descritores1.empty() && !par.descritores2.empty() &&
+      binarios(par.descritores1) != binarios(par.descritores2))
+    tvm::erro("Erro: descritores de tipos diferentes em ", arquivo1 + " (" + nomeDoTipo(par.descritores1) + ") e " +
+                                                             arquivo2 + " (" + nomeDoTipo(par.descritores2) + ")");
   if (!par.descritores1.empty() && !par.descritores2.empty() && par.descritores1.cols != par.descritores2.cols)
     tvm::erro("Erro: descritores de tamanhos diferentes em ", arquivo1 + " (" + std::to_string(par.descritores1.cols) +
                                                                ") e " + arquivo2 + " (" +
@@ -55,35 +65,66 @@ ParDescritores leParDescritores(const std::string& arquivo1, const std::string& 
   return par;
 }
 
-cv::Ptr<cv::DescriptorMatcher> criaMatcher(Busca modo) {
+bool binarios(const cv::Mat& descritores) { return descritores.type() == CV_8UC1; }
+
+cv::Ptr<cv::DescriptorMatcher> criaMatcher(Busca modo, bool binario) {
   switch (modo) {
     case Busca::brute:
-      return cv::makePtr<cv::BFMatcher>(cv::NORM_L2, false);
+      return cv::makePtr<cv::BFMatcher>(binario ? cv::NORM_HAMMING : cv::NORM_L2, false);
     case Busca::flann:
+      if (binario)
+        return cv::makePtr<cv::FlannBasedMatcher>(
+            cv::makePtr<cv::flann::LshIndexParams>(kTabelasLsh, kBitsChaveLsh, kSondagemLsh),
+            cv::makePtr<cv::flann::SearchParams>(kChecksFlann, 0.0f, true));
       return cv::makePtr<cv::FlannBasedMatcher>(cv::makePtr<cv::flann::KDTreeIndexParams>(kArvoresFlann),
                                                 cv::makePtr<cv::flann::SearchParams>(kChecksFlann, 0.0f, true));
   }
   return {};
 }
 
+namespace {
+
+void exigeMesmoTipo(const cv::Mat& query, const cv::Mat& train) {
+  if (!query.empty() && !train.empty() && binarios(query) != binarios(train))
+    tvm::erro("Erro: descritores de tipos diferentes");
+}
+
+// The exhaustive k-NN of the rows' own distance.
+std::vector<std::vector<cv::DMatch>> vizinhos(const cv::Mat& query, const cv::Mat& train, int k) {
+  return binarios(query) ? matching::vizinhosHamming(query, train, k) : matching::vizinhosL2(query, train, k);
+}
+
+}  // namespace
+
 std::vector<cv::DMatch> casaNN(const cv::Mat& query, const cv::Mat& train, Busca modo) {
-  const cv::Ptr<cv::DescriptorMatcher> matcher = criaMatcher(modo);
+  exigeMesmoTipo(query, train);
+  const cv::Ptr<cv::DescriptorMatcher> matcher = criaMatcher(modo, binarios(query));
   if (!matcher) tvm::erro("Erro modoMatch desconhecido");
   std::vector<cv::DMatch> matches;
   if (query.empty() || train.empty()) return matches;
   if (modo == Busca::brute) {
     // A query row whose distances all overflow has no match, as in OpenCV.
-    for (const std::vector<cv::DMatch>& lista : matching::vizinhosL2(query, train, 1))
+    for (const std::vector<cv::DMatch>& lista : vizinhos(query, train, 1))
       if (!lista.empty()) matches.push_back(lista[0]);
     return matches;
   }
-  matcher->match(query, train, matches);
+  if (!binarios(query)) {
+    matcher->match(query, train, matches);
+    return matches;
+  }
+  // LSH may find no neighbour for a row whose buckets are all empty: that row
+  // has no match.
+  std::vector<std::vector<cv::DMatch>> listas;
+  matcher->knnMatch(query, train, listas, 1, cv::noArray(), false);
+  for (const std::vector<cv::DMatch>& lista : listas)
+    if (!lista.empty() && lista[0].trainIdx >= 0) matches.push_back(lista[0]);
   return matches;
 }
 
 std::vector<std::vector<cv::DMatch>> casa2NN(const cv::Mat& query, const cv::Mat& train, Busca modo) {
   constexpr int k = 2;
-  cv::Ptr<cv::DescriptorMatcher> matcher = criaMatcher(modo);
+  exigeMesmoTipo(query, train);
+  cv::Ptr<cv::DescriptorMatcher> matcher = criaMatcher(modo, binarios(query));
   if (!matcher) tvm::erro("Erro: modoMatch invalido");
   std::vector<std::vector<cv::DMatch>> listas;
   if (query.empty()) return listas;
@@ -94,8 +135,13 @@ std::vector<std::vector<cv::DMatch>> casa2NN(const cv::Mat& query, const cv::Mat
     listas.assign(query.rows, {});
     return listas;
   }
-  if (modo == Busca::brute || train.rows < k) return matching::vizinhosL2(query, train, k);
+  if (modo == Busca::brute || train.rows < k) return vizinhos(query, train, k);
   matcher->knnMatch(query, train, listas, k, cv::noArray(), false);
+  // LSH leaves a list short, or pads it with index -1, where its buckets hold
+  // too few rows: the neighbours it did find are kept.
+  for (std::vector<cv::DMatch>& lista : listas)
+    lista.erase(std::remove_if(lista.begin(), lista.end(), [](const cv::DMatch& m) { return m.trainIdx < 0; }),
+                lista.end());
   return listas;
 }
 

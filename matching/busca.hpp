@@ -3,7 +3,11 @@
 //
 // Store 1 is the query side and store 2 the train side: a result's queryIdx
 // indexes the keypoints of store 1 and its trainIdx those of store 2.
-// Distances are Euclidean (L2) over 32-bit float descriptors.
+// Descriptors are 32-bit float rows, compared by Euclidean (L2) distance, or
+// binary rows of 8-bit bytes (ORB, BRISK, AKAZE), compared by Hamming
+// distance, the number of differing bits; the element type decides. The
+// exhaustive search gives BFMatcher's answers with the matching norm, bit
+// for bit, ties included.
 #pragma once
 
 #include "support/argumentos.hpp"
@@ -15,12 +19,19 @@
 #include <string>
 #include <vector>
 
-// Exhaustive search (exact) or FLANN randomized KD-trees (approximate).
+// Exhaustive search (exact) or FLANN (approximate): randomized KD-trees for
+// float rows, locality-sensitive hashing for binary ones.
 enum class Busca { brute, flann };
 
 // KD-tree forest and search effort of the approximate search.
 constexpr int kArvoresFlann = 4;
 constexpr int kChecksFlann = 32;
+// LSH tables, key bits and multi-probe level for binary rows: the values
+// OpenCV's documentation suggests for ORB.
+constexpr int kTabelasLsh = 12, kBitsChaveLsh = 20, kSondagemLsh = 2;
+
+// Whether rows are binary (CV_8UC1), matched by Hamming distance.
+bool binarios(const cv::Mat& descritores);
 
 struct ParDescritores {
   std::vector<cv::KeyPoint> keypoints1, keypoints2;
@@ -28,20 +39,19 @@ struct ParDescritores {
 };
 
 // Reads both stores, each checked for as many keypoints as descriptor rows.
-// Non-empty descriptor matrices must be single-channel 32-bit float, finite
-// and, when
-// both sides have rows, equally wide: OpenCV's matchers would otherwise stop
-// on an internal assertion that names neither file.
-// Values must also stay within maiorValorDescritor(cols) in magnitude.
+// Non-empty descriptor matrices must be single-channel 32-bit float (finite,
+// within maiorValorDescritor(cols) in magnitude) or 8-bit binary and, when
+// both sides have rows, of one type and equally wide: OpenCV's matchers would
+// otherwise stop on an internal assertion that names neither file.
 ParDescritores leParDescritores(const std::string& arquivo1, const std::string& arquivo2);
 
 // The largest magnitude a descriptor element may have for the squared L2
 // distance between any two rows of `colunas` elements to be finite in float.
 double maiorValorDescritor(int colunas);
 
-// The matcher of `modo`; an empty pointer for a value outside the enum, so
-// that each tool reports it in its own words.
-cv::Ptr<cv::DescriptorMatcher> criaMatcher(Busca modo);
+// The matcher of `modo` for float or binary rows; an empty pointer for a
+// value outside the enum, so that each tool reports it in its own words.
+cv::Ptr<cv::DescriptorMatcher> criaMatcher(Busca modo, bool binario = false);
 
 // One nearest train row for every query row; no result at all when either
 // side is empty.

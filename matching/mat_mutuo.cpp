@@ -5,10 +5,13 @@
 
 std::vector<cv::DMatch> casaMutuos(const cv::Mat& descritores1, const cv::Mat& descritores2, Busca modo) {
   const std::vector<cv::DMatch> ida = casaNN(descritores1, descritores2, modo);
-  const std::vector<cv::DMatch> volta = casaNN(descritores2, descritores1, modo);
+  // The way back by row of store 2: an approximate search may leave a row
+  // without a match (-1).
+  std::vector<int> volta(static_cast<size_t>(descritores2.rows), -1);
+  for (const cv::DMatch& m : casaNN(descritores2, descritores1, modo)) volta[static_cast<size_t>(m.queryIdx)] = m.trainIdx;
   std::vector<cv::DMatch> mutuos;
   for (const cv::DMatch& m : ida)
-    if (volta[m.trainIdx].trainIdx == m.queryIdx) mutuos.push_back(m);
+    if (volta[static_cast<size_t>(m.trainIdx)] == m.queryIdx) mutuos.push_back(m);
   std::stable_sort(mutuos.begin(), mutuos.end());
   return mutuos;
 }

@@ -202,6 +202,55 @@ TEST(Stores, LargestValueKeepsDistancesFinite) {
   }
 }
 
+// Binary rows, random or drawn from few values so that equal Hamming
+// distances are the rule.
+cv::Mat binarias(int linhas, int colunas, int semente, int valores = 256) {
+  cv::Mat m(linhas, colunas, CV_8U);
+  cv::RNG(semente).fill(m, cv::RNG::UNIFORM, 0, valores);
+  return m;
+}
+
+// What the three tools compute, on binary rows: the exhaustive search is
+// BFMatcher(NORM_HAMMING) bit for bit, the mutual matches are its 1-NN both
+// ways; LSH's answers carry true Hamming distances.
+TEST(Busca, BinaryRowsByHammingDistance) {
+  const std::tuple<const char*, cv::Mat, cv::Mat> casos[] = {
+      {"Orb", binarias(150, 32, 1), binarias(220, 32, 2)},
+      {"EmpatesFrequentes", binarias(120, 32, 3, 2), binarias(90, 32, 4, 2)},
+      {"Akaze61", binarias(40, 61, 5), binarias(70, 61, 6)},
+      {"UmaLinhaDeTreino", binarias(5, 64, 7), binarias(1, 64, 8)}};
+  for (const auto& [nome, query, train] : casos) {
+    SCOPED_TRACE(nome);
+    Listas ida, volta, delas2, nossas1;
+    cv::BFMatcher(cv::NORM_HAMMING).knnMatch(query, train, ida, 1, cv::noArray(), true);
+    cv::BFMatcher(cv::NORM_HAMMING).knnMatch(train, query, volta, 1, cv::noArray(), true);
+    cv::BFMatcher(cv::NORM_HAMMING).knnMatch(query, train, delas2, 2);
+    for (const cv::DMatch& m : casaNN(query, train, Busca::brute)) nossas1.push_back({m});
+    esperaIguais(nossas1, ida);
+    esperaIguais(casa2NN(query, train, Busca::brute), delas2);
+    std::vector<cv::DMatch> mutuos;
+    for (const auto& l : ida)
+      if (volta[static_cast<size_t>(l[0].trainIdx)][0].trainIdx == l[0].queryIdx) mutuos.push_back(l[0]);
+    std::stable_sort(mutuos.begin(), mutuos.end());
+    EXPECT_TRUE(teste::mesmosBits(casaMutuos(query, train, Busca::brute), mutuos));
+    for (const auto& lista : casa2NN(query, train, Busca::flann)) {
+      ASSERT_LE(lista.size(), 2u);
+      for (const cv::DMatch& m : lista)
+        EXPECT_EQ(m.distance, cv::norm(query.row(m.queryIdx), train.row(m.trainIdx), cv::NORM_HAMMING));
+      if (lista.size() == 2) {
+        EXPECT_LE(lista[0].distance, lista[1].distance);
+      }
+    }
+  }
+  // Against itself LSH finds every row at distance 0 (its own bucket).
+  const cv::Mat orb = binarias(300, 32, 9);
+  const std::vector<cv::DMatch> proprios = casaNN(orb, orb, Busca::flann);
+  ASSERT_EQ(proprios.size(), 300u);
+  for (const cv::DMatch& m : proprios) EXPECT_EQ(m.distance, 0.0f);
+  EXPECT_EQ(teste::mensagemDe([&] { casaNN(orb, aleatorios(3, 32, 1), Busca::brute); }),
+            "Erro: descritores de tipos diferentes");
+}
+
 // The pair of stores MatNN and MatRatio read; a count mismatch and a missing
 // file are the messages' own cases.
 TEST(Stores, PairChecks) {
@@ -211,12 +260,13 @@ TEST(Stores, PairChecks) {
   nan.at<float>(1, 3) = std::numeric_limits<float>::quiet_NaN();
   const std::pair<std::string, cv::Mat> stores[] = {
       {"a.xml", aleatorios(2, 8, 6)}, {"largo.xml", aleatorios(2, 9, 7)}, {"f64.xml", cv::Mat::zeros(2, 8, CV_64F)},
-      {"nan.xml", nan}};
+      {"nan.xml", nan}, {"bin.xml", cv::Mat(2, 32, CV_8U, cv::Scalar(7))}};
   for (const auto& [nome, d] : stores) formats::impDescritores(pasta / nome, dois, d);
   const std::pair<std::string, std::string> casos[] = {
       {"a.xml", "(sem erro)"},
       {"largo.xml", "Erro: descritores de tamanhos diferentes em " + pasta / "a.xml (8) e " + pasta / "largo.xml (9)"},
-      {"f64.xml", "Erro: descritores nao sao float de 32 bits em " + pasta / "f64.xml"},
+      {"f64.xml", "Erro: descritores nao sao float de 32 bits nem binarios de 8 bits em " + pasta / "f64.xml"},
+      {"bin.xml", "Erro: descritores de tipos diferentes em " + pasta / "a.xml (float) e " + pasta / "bin.xml (binarios)"},
       {"nan.xml", "Erro: descritores com valor nao finito em " + pasta / "nan.xml"},
   };
   for (const auto& [nome, mensagem] : casos)
