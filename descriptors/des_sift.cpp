@@ -1,6 +1,7 @@
 // DesSift and DesSurf: descriptors by the library's SIFT and by our SURF, on
 // the keypoints of a store or, without one, on keypoints the same algorithm
 // detects.
+#include "descriptors/des_sift.hpp"
 #include "descriptors/frame.hpp"
 #include "descriptors/patch.hpp"
 #include "descriptors/tools.hpp"
@@ -27,6 +28,12 @@ void mostraContagem(const std::vector<cv::KeyPoint>& keypoints) {
   std::printf("KeyPoints k=%u\n", static_cast<unsigned>(keypoints.size()));
   for (size_t i = 0; i < keypoints.size(); ++i) validaKeyPoint(keypoints[i], i);
 }
+
+}  // namespace
+
+namespace descriptors {
+
+namespace {
 
 // Past a hundred turns an angle is no direction anyone meant but a damaged
 // store (1e10 reached OpenCV's histogram indices and crashed it); within
@@ -55,6 +62,8 @@ int raioSift(float size, float escala) {
   const float largura = 3.0f * (size * escala * 0.5f);
   return cvRound(largura * 1.4142135623730951f * 5 * 0.5f);
 }
+
+}  // namespace
 
 // What OpenCV's SIFT needs of given keypoints and does not check itself: its
 // window radius (above) at least 6 and an int; the octave packed in a
@@ -104,7 +113,7 @@ std::vector<cv::KeyPoint> angulosEm0a360(std::vector<cv::KeyPoint> keypoints) {
   return keypoints;
 }
 
-}  // namespace
+}  // namespace descriptors
 
 void DesSift(int argc, char** argv) {
   if (argc != 3 && argc != 4) tvm::falhaUso({"DesSift a.pgm DesA.xml [KeyA.xml]"});
@@ -118,10 +127,10 @@ void DesSift(int argc, char** argv) {
   // on one of a few pixels; the store is the same without it.
   cv::Mat descriptors(0, features::criaSift()->descriptorSize(), CV_32F);
   if (!keypoints.empty()) {
-    verificaParaSift(image, keypoints, argv[1], argc == 4 ? argv[3] : argv[1]);
+    descriptors::verificaParaSift(image, keypoints, argv[1], argc == 4 ? argv[3] : argv[1]);
     // compute keeps every given keypoint (there is no mask), so row i still
     // describes keypoints[i], written with its angle as it was read.
-    std::vector<cv::KeyPoint> usados = angulosEm0a360(keypoints);
+    std::vector<cv::KeyPoint> usados = descriptors::angulosEm0a360(keypoints);
     features::criaSift()->compute(image, usados, descriptors);
   }
   formats::impDescritores(argv[2], keypoints, descriptors);

@@ -6,8 +6,6 @@ namespace features {
 
 namespace {
 
-constexpr double kBase = 12e6;  // the program itself, its libraries and the image read
-
 const char* nome(Detector detector) {
   switch (detector) {
     case Detector::sift:
@@ -40,7 +38,7 @@ double memoriaDetector(Detector detector, cv::Size tamanho, int camadas) {
     case Detector::fast:
       break;
   }
-  return kBase + porPixel * n;
+  return kMemoriaBase + porPixel * n;
 }
 
 void verificaMemoriaDetector(Detector detector, cv::Size tamanho, const std::string& arquivo, int camadas) {

@@ -24,6 +24,9 @@ namespace features {
 
 enum class Detector { sift, surf, star, fast };
 
+// The program itself, its libraries and the image read.
+constexpr double kMemoriaBase = 12e6;
+
 // Estimated peak bytes of a run of `detector` on a grey image of `tamanho`;
 // `camadas` is SIFT's or SURF's layers per octave (ignored by the others).
 double memoriaDetector(Detector detector, cv::Size tamanho, int camadas = 3);

@@ -1,5 +1,5 @@
-// Angle conventions: the one place that knows in which direction each tool
-// writes or reads a keypoint's angle, and the conversion between them.
+// Angle conventions: the two directions a keypoint's angle may be measured
+// in, and the conversion between them.
 //
 // A keypoint's angle is in degrees, but two directions meet in this program:
 //
@@ -29,26 +29,8 @@ enum class Convencao { nenhuma, horario, antiHorario };
 // "opencv", "ccw" or "nenhuma".
 const char* nomeConvencao(Convencao c);
 
-// How one tool treats keypoint angles. `escreve`: the convention of the
-// angles it writes into a keypoint store (tools that write none: nenhuma).
-// `le`: the convention it reads them in when it describes given keypoints.
-struct ConvencaoFerramenta {
-  const char* ferramenta;  // command word as the help list spells it
-  Convencao escreve;
-  Convencao le;
-};
-
-// Every tool that writes or reads keypoint angles, detectors first.
-const std::vector<ConvencaoFerramenta>& convencoes();
-
-// The entry of a tool, the name compared in any letter case; nullptr when
-// the tool handles no keypoint angle.
-const ConvencaoFerramenta* convencaoDe(const std::string& ferramenta);
-
-// A convention named "opencv" or "ccw" (any letter case), or the one in which
-// the named tool writes (`escrita` true) or reads its angles. False when the
-// name is neither a convention nor a tool in the table.
-bool achaConvencao(const std::string& nome, bool escrita, Convencao& c);
+// Which tool writes and reads which convention is a column of the table of
+// algorithms (algoritmos/tabela.hpp, algoritmos::achaConvencao).
 
 // `angulo` written in convention `de` as the convention `para` reads it, in
 // [0, 360): mirrored (a -> 360 - a) when both conventions are oriented and

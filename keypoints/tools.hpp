@@ -7,7 +7,6 @@
 //   KeyRand a.pgm b.pgm mat33.txt n keyA.xml keyB.xml [seed=.. diamMin=.. ...]
 //   KeyCgSize ent.xml sai.xml fator
 //   KeyGrande ent.pgm ent.xml sai.xml n
-//   KeyAngulo ent.xml sai.xml [para=opencv de=ccw]
 #pragma once
 
 void KeySift(int argc, char** argv);
@@ -17,4 +16,3 @@ void KeyStar(int argc, char** argv);
 void KeyRand(int argc, char** argv);
 void KeyCgSize(int argc, char** argv);
 void KeyGrande(int argc, char** argv);
-void KeyAngulo(int argc, char** argv);

@@ -4,6 +4,7 @@
 #include "support/erro.hpp"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <map>
 
@@ -116,38 +117,55 @@ Plano lePlano(int argc, char** argv) {
     p.fatiada = fatiaDoSlurm(std::getenv("SLURM_ARRAY_TASK_ID"), std::getenv("SLURM_ARRAY_TASK_COUNT"),
                              std::getenv("SLURM_ARRAY_TASK_MIN"), p.fatia);
   if (dets.empty() || dess.empty() || cass.empty()) tvm::erro("Erro: lista vazia em det=, des= ou mat=");
-  // Detectors get the options of their name; the descriptors sift and surf
-  // take none, so "sift." and "surf." words are the detectors'. Options of an
-  // algorithm this sweep does not run would be silently lost: refused.
+  // Options go to every algorithm of their name that takes options: a
+  // descriptor that takes none (sift, surf) leaves "sift." words to the
+  // detector, and a detector and a descriptor of one name share one list.
+  // Options of an algorithm this sweep does not run would be silently lost:
+  // refused.
+  const auto descritorComOpcoes = [&](const std::string& nome) {
+    const algoritmos::LinhaDescritor* l = algoritmos::descritor(nome);
+    return contem(dess, nome) && l != nullptr && !l->opcoes.empty();
+  };
   for (const auto& [nome, palavras] : opcoes) {
-    const bool descritorComOpcoes = contem(dess, nome) && nome != "sift" && nome != "surf";
-    if (!contem(dets, nome) && !descritorComOpcoes && !contem(cass, nome))
+    if (!contem(dets, nome) && !descritorComOpcoes(nome) && !contem(cass, nome))
       tvm::erro("Erro: Argumento invalido ", nome + "." + palavras.front());
   }
 
   for (const std::string& nome : dets) {
     Palavras w(opcoes[nome]);
     tvm::ISTR in = w.istr();
-    p.detectores.push_back(criaDetector(nome, in));
+    p.detectores.push_back(algoritmos::criaDetector(nome, in));
     p.opcoesDetectores.push_back(nome + " " + junta(opcoes[nome]));
   }
   for (const std::string& nome : dess) {
-    const bool semOpcoes = nome == "sift" || nome == "surf";
-    const std::vector<std::string> palavras = semOpcoes ? std::vector<std::string>() : opcoes[nome];
+    const std::vector<std::string> palavras = descritorComOpcoes(nome) ? opcoes[nome] : std::vector<std::string>();
     Palavras w(palavras);
     tvm::ISTR in = w.istr();
-    p.descritores.push_back(criaDescritor(nome, in));
+    p.descritores.push_back(algoritmos::criaDescritor(nome, in));
     p.opcoesDescritores.push_back(nome + " " + junta(palavras));
   }
   for (const std::string& nome : cass) {
     Palavras w(opcoes[nome]);
     tvm::ISTR in = w.istr();
-    p.casadores.push_back(criaCasador(nome, in));
+    p.casadores.push_back(algoritmos::criaCasador(nome, in));
     p.opcoesCasadores += nome + "[" + junta(opcoes[nome]) + "] ";
   }
   for (const auto& lista : {dets, dess, cass})
     for (size_t i = 0; i < lista.size(); ++i)
       if (std::count(lista.begin(), lista.end(), lista[i]) > 1) tvm::erro("Erro: nome repetido na lista ", lista[i]);
+
+  // A descriptor that reads its own detector's scale levels (AKAZE, KAZE,
+  // ORB) meets other detectors' keypoints in no unit; said once, and a plan
+  // left with no unit at all is an error.
+  bool algumPar = false;
+  for (const Detector& d : p.detectores)
+    for (const Descritor& e : p.descritores) algumPar = algumPar || algoritmos::parLegal(d.nome, e.nome);
+  if (!algumPar) tvm::erro("Erro: nenhum par detector+descritor possivel em det= e des=");
+  for (const Detector& d : p.detectores)
+    for (const Descritor& e : p.descritores)
+      if (!algoritmos::parLegal(d.nome, e.nome))
+        std::fprintf(stderr, "Aviso: %s so descreve keypoints de %s; o par %s+%s fica fora da varredura\n",
+                     e.nome.c_str(), algoritmos::descritor(e.nome)->soDe, d.nome.c_str(), e.nome.c_str());
 
   p.sequencias = datasets::leDataset(p.dataset, seqs);
   p.curvaSequencia = p.sequencias.front().nome;

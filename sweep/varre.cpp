@@ -524,7 +524,8 @@ std::vector<Unidade> unidades(const Plano& p) {
   std::vector<Unidade> u;
   for (int s = 0; s < static_cast<int>(p.sequencias.size()); ++s)
     for (int d = 0; d < static_cast<int>(p.detectores.size()); ++d)
-      for (int e = 0; e < static_cast<int>(p.descritores.size()); ++e) u.push_back({s, d, e});
+      for (int e = 0; e < static_cast<int>(p.descritores.size()); ++e)
+        if (algoritmos::parLegal(p.detectores[d].nome, p.descritores[e].nome)) u.push_back({s, d, e});
   return u;
 }
 

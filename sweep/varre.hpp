@@ -27,15 +27,19 @@
 // pairs, and counted in `dropped`.
 #pragma once
 
+#include "algoritmos/tabela.hpp"
 #include "datasets/sequencia.hpp"
 #include "measures/repetibilidade.hpp"
-#include "sweep/algoritmos.hpp"
 #include "sweep/fatias.hpp"
 
 #include <string>
 #include <vector>
 
 namespace sweep {
+
+using algoritmos::Casador;
+using algoritmos::Descritor;
+using algoritmos::Detector;
 
 extern const char* const kCabecalho;
 extern const char* const kCabecalhoTempos;
@@ -75,7 +79,8 @@ Plano lePlano(int argc, char** argv);
 struct Unidade {
   int sequencia, detector, descritor;  // indices into the plan
 };
-// Every unit of the plan, in table order.
+// Every unit of the plan, in table order: each sequence by each detector
+// and descriptor that can describe its keypoints (algoritmos::parLegal).
 std::vector<Unidade> unidades(const Plano& p);
 // The unit's table, relative to SAIDA.
 std::string arquivoUnidade(const Plano& p, const Unidade& u);

@@ -1,6 +1,7 @@
 #include "sweep/tools.hpp"
 #include "sweep/varre.hpp"
 
+#include "algoritmos/tabela.hpp"
 #include "plots/graficos.hpp"
 #include "support/erro.hpp"
 
@@ -19,17 +20,21 @@ void fechaComFalhas(int falhas, int unidades, const std::string& resultados) {
 }  // namespace
 
 void Varre(int argc, char** argv) {
-  if (argc < 3)
+  if (argc < 3) {
+    const std::string det = "  det=" + algoritmos::nomes("det"), des = "  des=" + algoritmos::nomes("des"),
+                      mat = "  mat=" + algoritmos::nomes("mat");
     tvm::falhaUso(
         {"Varre: Mede detectores x descritores x casamentos em todos os pares 1-k de um dataset",
-         "Varre DATASET SAIDA [det=sift,surf,fast,star,rand] [des=sift,surf,simple,riff,rihog,ruhog,forapro]",
-         "      [mat=nn,ratio,mutuo] [seq=nome,...] [threads=N] [ALG.OPCAO=valor ...]",
+         "Varre DATASET SAIDA [det=sift,...] [des=sift,...] [mat=nn,...] [seq=nome,...] [threads=N]",
+         "      [ALG.OPCAO=valor ...]",
          "      [erro=40 | dist=val] [px=3 ransac=3 comum=ambas|opencv] [curva=SEQ:K] [graficos=1] [shard=i/n]",
          "  DATASET: pasta de sequencias (img1.ppm..,H1to2p.. ou 1.ppm..,H_1_2..) ou uma sequencia",
-         "  ALG.OPCAO: opcao da ferramenta do algoritmo, ex.: sift.nfeatures=500 rihog.raio=30 ratio.ratio=0.7",
+         det.c_str(), des.c_str(), mat.c_str(),
+         "  ALG.OPCAO: opcao do algoritmo (quivelar Algoritmos lista todas), ex.: orb.nfeatures=1000 rihog.raio=30",
          "  SAIDA: resultados.csv, tempos.csv, curvas.csv, graficos/; rodar de novo retoma o que faltou",
          "  shard=i/n: so a fatia i (0 a n-1) das unidades, em SAIDA/fatias; sem shard=, a tarefa",
          "    SLURM_ARRAY_TASK_ID - SLURM_ARRAY_TASK_MIN de SLURM_ARRAY_TASK_COUNT; juntar com VarreJunta"});
+  }
   const sweep::Plano plano = sweep::lePlano(argc, argv);
   const sweep::Resumo r = sweep::varre(plano);
   std::string resultados = plano.saida + "/resultados.csv";

@@ -70,7 +70,13 @@ const char* const kLista =
     "_______________________________________________________________________________\n" "Programas:\n"
     "KeySift   - Gera keypoints usando SIFT\n" "KeySurf   - Gera keypoints usando SURF\n"
     "KeyFast   - Gera keypoints usando FAST\n" "KeyStar   - Gera keypoints usando STAR\n"
-    "KeyRand   - Gera keypoints aleatoriamente\n" "KeyCgSize - Muda o tamanho dos keypoints por fator\n"
+    "KeyRand   - Gera keypoints aleatoriamente\n" "KeyOrb    - Gera keypoints usando ORB (OpenCV)\n"
+    "KeyBrisk  - Gera keypoints usando BRISK (OpenCV)\n" "KeyAkaze  - Gera keypoints usando AKAZE (OpenCV)\n"
+    "KeyKaze   - Gera keypoints usando KAZE (OpenCV)\n" "KeyAgast  - Gera keypoints usando AGAST (OpenCV)\n"
+    "KeyGftt   - Gera keypoints usando Shi-Tomasi (GFTT, OpenCV)\n"
+    "KeyHarris - Gera keypoints usando Harris (GFTT, OpenCV)\n" "KeyMser   - Gera keypoints usando MSER (OpenCV)\n"
+    "KeyBlob   - Gera keypoints usando SimpleBlobDetector (OpenCV)\n"
+    "KeyCgSize - Muda o tamanho dos keypoints por fator\n"
     "KeyGrande - Seleciona n maiores keypoints\n"
     "KeyRep    - Calcula a repetibilidade de keypoints, tendo matriz 3x3\n"
     "KeyAngulo - Reescreve os angulos na convencao de quem vai le-los\n" "KeyShow   - Mostra keypoints\n"
@@ -78,7 +84,11 @@ const char* const kLista =
     "DesSurf   - Calcula descriptors de SURF (64)\n" "DesSimp   - Calcula descriptors de SIMPLE (127)\n"
     "DesRiff   - Calcula descriptors de RIFF (100)\n" "DesRihog  - Calcula descriptors de RIHOG (80)\n"
     "DesRuhog  - Calcula descriptors de RUHOG (80) com aneis de tamanho variavel\n"
-    "DesForapro- Calcula descriptors Forapro\n" "MatNN     - Acha casamentos de des1 para des2 usando 1-NN\n"
+    "DesForapro- Calcula descriptors Forapro\n" "DesOrb    - Calcula descriptors de ORB (256 bits, OpenCV)\n"
+    "DesBrisk  - Calcula descriptors de BRISK (512 bits, OpenCV)\n"
+    "DesAkaze  - Calcula descriptors de AKAZE (486 bits, OpenCV)\n"
+    "DesKaze   - Calcula descriptors de KAZE (64, OpenCV)\n" "DesRootSift- Calcula descriptors de RootSIFT (128)\n"
+    "MatNN     - Acha casamentos de des1 para des2 usando 1-NN\n"
     "MatRatio  - Acha casamentos de des1 para des2 onde 1st/2st>ratio ou acRate\n"
     "MatMutuo  - Acha casamentos mutuos (1-NN nos dois sentidos)\n"
     "MatShow   - Mostra os casamentos\n" "MatMyShow - Mostra os casamentos sem chamar funcao OpenCV\n"
@@ -92,6 +102,7 @@ const char* const kLista =
     "VarreJunta- Junta as fatias de uma varredura feita em partes (shard=i/n)\n"
     "SeqSint   - Gera sequencia sintetica com transformacoes exatas\n"
     "Graficos  - Desenha MMA, repetibilidade e recall x 1-precisao de uma tabela\n"
+    "Algoritmos- Lista detectores, descritores e casadores, opcoes e padroes\n"
     "...............................................................................\n";
 
 const std::string N = "Erro: Numero de argumentos invalido\n";
@@ -327,5 +338,17 @@ TEST_P(Mensagens, SaidaErroEStatusExatos) {
 
 INSTANTIATE_TEST_SUITE_P(Ferramentas, Mensagens, testing::ValuesIn(kCasos),
                          [](const testing::TestParamInfo<CasoFalha>& i) { return i.param.nome; });
+
+// The README's table of algorithms is the program's, as scripts/readme-algoritmos writes it.
+TEST(Documentos, TabelaDeAlgoritmosDoReadmeEADoPrograma) {
+  const std::string readme = teste::leTexto(std::string(QUIVELAR_DATA) + "/../README.md");
+  const std::string inicio = "<!-- algoritmos -->\n", fim = "<!-- /algoritmos -->";
+  const size_t a = readme.find(inicio), b = readme.find(fim);
+  ASSERT_NE(a, std::string::npos);
+  ASSERT_NE(b, std::string::npos);
+  teste::PastaTemp p;
+  EXPECT_EQ(readme.substr(a + inicio.size(), b - a - inicio.size()), teste::rodaBem({"Algoritmos"}, p.caminho()))
+      << "scripts/readme-algoritmos refaz a copia do README";
+}
 
 }  // namespace

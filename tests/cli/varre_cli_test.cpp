@@ -190,6 +190,37 @@ TEST(Varre, AngulosNaConvencaoDeCadaDescritorEManchasPlanas) {
   }
 }
 
+// Binary rows through the whole sweep: ORB detected and described in one
+// pass, ORB and BRISK on KeyRand's pairs, every matcher by Hamming distance.
+// AKAZE's descriptor cannot follow ORB's keypoints: that pair is left out
+// with a note, not failed.
+TEST(Varre, DescritoresBinariosEParesImpossiveis) {
+  teste::PastaTemp p;
+  criaDataset(p, 2);
+  const teste::Execucao e =
+      teste::roda({"Varre", "ds", "o", "det=orb,rand", "des=orb,brisk,akaze", "mat=nn,ratio,mutuo", "rand.n=300",
+                   "seq=v_giro", "graficos=0"},
+                  p.caminho());
+  ASSERT_EQ(e.status, 0) << e.err;
+  EXPECT_EQ(e.err.substr(0, e.err.find("Varre:")),
+            "Aviso: akaze so descreve keypoints de akaze; o par orb+akaze fica fora da varredura\n"
+            "Aviso: akaze so descreve keypoints de akaze; o par rand+akaze fica fora da varredura\n");
+  const std::string orb = teste::rodaBem({"KeyOrb", "ds/v_giro/img1.png", "k.yml"}, p.caminho());
+  const formats::TabelaCSV t = tabela(p / "o/resultados.csv");
+  ASSERT_EQ(t.linhas.size(), 12u);  // (orb, rand) x (orb, brisk) x 3 matchers, one pair
+  for (size_t i = 0; i < t.linhas.size(); ++i) {
+    const std::string det = campo(t, i, "detector"), des = campo(t, i, "descriptor");
+    SCOPED_TRACE(det + "+" + des + "+" + campo(t, i, "matcher"));
+    EXPECT_EQ(campo(t, i, "status"), "ok");
+    if (det == "orb") {
+      EXPECT_EQ("Keypoints=" + campo(t, i, "keypoints1") + "\n", orb);
+    }
+    double score = 0;
+    std::sscanf(campo(t, i, "matching_score").c_str(), "%lf", &score);
+    EXPECT_GT(score, det == "rand" ? 0.5 : 0.2);
+  }
+}
+
 TEST(Graficos, PngESvgComEixosELegenda) {
   teste::PastaTemp p;
   criaDataset(p, 3);
@@ -343,8 +374,17 @@ struct CasoErro {
 };
 
 const CasoErro kErros[] = {
-    {"DetectorDesconhecido", {"Varre", "ds", "o", "det=harris"}, "Erro: detector desconhecido harris\n"},
-    {"DescritorDesconhecido", {"Varre", "ds", "o", "des=orb"}, "Erro: descritor desconhecido orb\n"},
+    {"DetectorDesconhecido", {"Varre", "ds", "o", "det=sirf"}, "Erro: detector desconhecido sirf\n"},
+    {"DescritorDesconhecido", {"Varre", "ds", "o", "des=brief"}, "Erro: descritor desconhecido brief\n"},
+    {"NenhumParPossivel",
+     {"Varre", "ds", "o", "det=sift,orb", "des=akaze,kaze"},
+     "Erro: nenhum par detector+descritor possivel em det= e des=\n"},
+    {"OpcaoOpenCVForaDoIntervalo",
+     {"Varre", "ds", "o", "det=orb", "des=orb", "orb.nlevels=0"},
+     "Erro: orb.nlevels fora do intervalo (1 a 32)\n"},
+    {"OpcaoOpenCVPalavraDesconhecida",
+     {"Varre", "ds", "o", "det=orb", "orb.scoretype=sobel"},
+     "Erro: orb.scoretype deve ser harris|fast: sobel\n"},
     {"CasamentoDesconhecido", {"Varre", "ds", "o", "mat=knn"}, "Erro: casamento desconhecido knn\n"},
     {"OpcaoDesconhecida",
      {"Varre", "ds", "o", "des=rihog", "rihog.largura=3"},

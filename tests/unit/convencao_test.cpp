@@ -1,5 +1,6 @@
 // Angle conventions: the conversion itself, and the table of which tool
 // writes and reads which direction, proven on rotations of a real image.
+#include "algoritmos/tabela.hpp"
 #include "descriptors/forapro.hpp"
 #include "descriptors/riff.hpp"
 #include "descriptors/rihog.hpp"
@@ -78,7 +79,7 @@ TEST(AchaConvencao, NomesDeConvencaoEDeFerramentaEmQualquerCaixa) {
   };
   for (const Caso& c : casos) {
     Convencao r = Convencao::nenhuma;
-    EXPECT_EQ(keypoints::achaConvencao(c.nome, c.escrita, r), c.achou) << c.nome;
+    EXPECT_EQ(algoritmos::achaConvencao(c.nome, c.escrita, r), c.achou) << c.nome;
     if (c.achou) {
       EXPECT_EQ(r, c.c) << c.nome;
     }
@@ -101,6 +102,11 @@ using Descreve = std::function<void(const cv::Mat_<uchar>&, std::vector<cv::KeyP
 template <class D, class... A>
 Descreve proprio(A... a) {
   return [=](const cv::Mat_<uchar>& img, std::vector<cv::KeyPoint>& k, cv::Mat& d) { D(a...).compute(img, k, d); };
+}
+
+Descreve daTabela(const char* nome) {
+  tvm::ISTR nenhuma(0, nullptr);
+  return algoritmos::criaDescritor(nome, nenhuma).calcula;
 }
 
 struct Descritor {
@@ -131,6 +137,11 @@ std::vector<Descritor> descritores() {
       {"DesRihog", proprio<RIHOG>(5, 40, 20, 37, true), 0.9, false},
       {"DesRUHOG", proprio<RUHOG>(5, 40, 20, 37, true), 0.9, false},
       {"DesForapro", proprio<Forapro>(4, 4, 40, true, true, true), 0.9, false},
+      // Table rows as a sweep builds them. ORB and BRISK describe KeyRand's
+      // keypoints (octave 0) at full resolution.
+      {"DesOrb", daTabela("orb"), 0.9, false},
+      {"DesBrisk", daTabela("brisk"), 0.8, false},
+      {"DesRootSift", daTabela("rootsift"), 0.9, false},
   };
 }
 
@@ -142,7 +153,7 @@ void PrintTo(const Descritor& d, std::ostream* os) { *os << d.ferramenta; }
 double acertos1NN(const std::vector<cv::KeyPoint>& a, const cv::Mat& da, const std::vector<cv::KeyPoint>& b,
                   const cv::Mat& db) {
   std::vector<cv::DMatch> m;
-  cv::BFMatcher(cv::NORM_L2).match(da, db, m);
+  cv::BFMatcher(da.type() == CV_8U ? cv::NORM_HAMMING : cv::NORM_L2).match(da, db, m);
   int certos = 0;
   for (const cv::DMatch& x : m) certos += a[x.queryIdx].class_id == b[x.trainIdx].class_id;
   return a.empty() ? 0.0 : static_cast<double>(certos) / static_cast<double>(a.size());
@@ -186,8 +197,8 @@ class ConvencaoDoDescritor : public testing::TestWithParam<Descritor> {};
 // angle errs by the same amount on both views and would still match.
 TEST_P(ConvencaoDoDescritor, CasaNoGiroComOsAngulosNaSuaConvencaoEPiorNaOutra) {
   const Descritor& d = GetParam();
-  const keypoints::ConvencaoFerramenta* tabela = keypoints::convencaoDe(d.ferramenta);
-  ASSERT_NE(tabela, nullptr);
+  Convencao le = Convencao::nenhuma;
+  ASSERT_TRUE(algoritmos::achaConvencao(d.ferramenta, false, le));
   const double parado = acertos(d, giro(0), Convencao::horario);
   EXPECT_GT(parado, 0.9);
   for (double graus : {30.0, 90.0, 135.0, 250.0}) {
@@ -198,12 +209,12 @@ TEST_P(ConvencaoDoDescritor, CasaNoGiroComOsAngulosNaSuaConvencaoEPiorNaOutra) {
     SCOPED_TRACE(std::string(d.ferramenta) + " girado " + std::to_string(graus) + ": horario " +
                  std::to_string(horario) + ", anti-horario " + std::to_string(antiHorario) + ", parado " +
                  std::to_string(parado));
-    const double certa = tabela->le == Convencao::antiHorario ? antiHorario : horario;
-    const double errada = tabela->le == Convencao::antiHorario ? horario : antiHorario;
+    const double certa = le == Convencao::antiHorario ? antiHorario : horario;
+    const double errada = le == Convencao::antiHorario ? horario : antiHorario;
     if (quarto || !d.soQuartos) {
       EXPECT_GT(certa, d.guarda * parado);
     }
-    if (tabela->le == Convencao::nenhuma)
+    if (le == Convencao::nenhuma)
       EXPECT_EQ(errada, certa);
     else
       EXPECT_LT(errada, 0.2 * certa);
@@ -228,7 +239,7 @@ TEST(ConvencaoDoDetector, OAnguloGiraComACenaNoSentidoDaTabela) {
     const char* ferramenta;
     std::function<std::vector<cv::KeyPoint>(const cv::Mat_<uchar>&)> detecta;
   };
-  const std::vector<Detector> detectores = {
+  std::vector<Detector> detectores = {
       {"KeySift", [](const cv::Mat_<uchar>& i) { return features::detectaSift(i); }},
       {"KeySurf",
        [](const cv::Mat_<uchar>& i) {
@@ -237,13 +248,19 @@ TEST(ConvencaoDoDetector, OAnguloGiraComACenaNoSentidoDaTabela) {
          return k;
        }},
   };
+  // Every oriented detector of the table, as a sweep builds it.
+  for (const algoritmos::LinhaDetector& l : algoritmos::detectores()) {
+    if (l.propria != nullptr || l.escreve == Convencao::nenhuma) continue;
+    tvm::ISTR nenhuma(0, nullptr);
+    detectores.push_back({l.ferramenta, algoritmos::criaDetector(l.nome, nenhuma).detecta});
+  }
   constexpr double graus = 50.0;
   const cv::Mat_<uchar> img = cena();
   cv::Mat_<uchar> girada;
   const cv::Matx33d H = teste::gira(img, graus, girada);
   for (const Detector& det : detectores) {
     Convencao escreve = Convencao::nenhuma;
-    ASSERT_TRUE(keypoints::achaConvencao(det.ferramenta, true, escreve));
+    ASSERT_TRUE(algoritmos::achaConvencao(det.ferramenta, true, escreve));
     ASSERT_EQ(escreve, Convencao::horario) << det.ferramenta;
     const std::vector<cv::KeyPoint> k1 = det.detecta(img), k2 = det.detecta(girada);
     int pares = 0, comOGiro = 0;
@@ -265,7 +282,7 @@ TEST(ConvencaoDoDetector, OAnguloGiraComACenaNoSentidoDaTabela) {
 // KeyRand's partners turn with the view counter-clockwise.
 TEST(ConvencaoDoDetector, KeyRandEscreveAntiHorario) {
   Convencao escreve = Convencao::nenhuma;
-  ASSERT_TRUE(keypoints::achaConvencao("KeyRand", true, escreve));
+  ASSERT_TRUE(algoritmos::achaConvencao("KeyRand", true, escreve));
   ASSERT_EQ(escreve, Convencao::antiHorario);
   const Giro g = giro(70);
   ASSERT_EQ(g.a.size(), 150u);

@@ -1,8 +1,8 @@
 // KeyAngulo: a keypoint store's angles rewritten for the tool that will read
-// them (keypoints/convencao.hpp says which tool uses which direction).
+// them (the table of algorithms says which tool uses which direction).
+#include "algoritmos/tabela.hpp"
+#include "algoritmos/tools.hpp"
 #include "formats/stores.hpp"
-#include "keypoints/convencao.hpp"
-#include "keypoints/tools.hpp"
 #include "support/argumentos.hpp"
 #include "support/aviso.hpp"
 #include "support/erro.hpp"
@@ -14,7 +14,7 @@ namespace {
 
 keypoints::Convencao leConvencao(const std::string& nome, bool escrita) {
   keypoints::Convencao c = keypoints::Convencao::nenhuma;
-  if (!keypoints::achaConvencao(nome, escrita, c)) tvm::erro("Erro: convencao de angulo desconhecida ", nome);
+  if (!algoritmos::achaConvencao(nome, escrita, c)) tvm::erro("Erro: convencao de angulo desconhecida ", nome);
   return c;
 }
 
