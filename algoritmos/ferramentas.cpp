@@ -53,6 +53,14 @@ void verificaMemoria(const char* ferramenta, double bytesPorPixel, const cv::Mat
                                   std::to_string(img.rows) + ")");
 }
 
+// Stops, naming the file, on an image smaller than the detector takes.
+void verificaTamanho(const LinhaDetector& l, const Detector& d, const cv::Mat& img, const std::string& arquivo) {
+  if (img.rows < d.menorLado || img.cols < d.menorLado)
+    tvm::erro("Erro: imagem pequena demais para ", std::string(l.ferramenta) + " " + arquivo,
+              " (" + std::to_string(img.cols) + "x" + std::to_string(img.rows) + ", minimo " +
+                  std::to_string(d.menorLado) + "x" + std::to_string(d.menorLado) + ")");
+}
+
 }  // namespace
 
 }  // namespace algoritmos
@@ -72,6 +80,7 @@ void DetectorDaTabela(int argc, char** argv) {
   tvm::ISTR op(argc - 3, argv + 3);
   const Detector d = l.cria(op);
   semSobras(op);
+  verificaTamanho(l, d, img, argv[1]);
   verificaMemoria(l.ferramenta, l.bytesPorPixel, img, argv[1]);
   const std::vector<cv::KeyPoint> keypoints = d.detecta(img);
   std::printf("Keypoints=%u\n", static_cast<unsigned>(keypoints.size()));
@@ -114,6 +123,7 @@ void DescritorDaTabela(int argc, char** argv) {
     tvm::ISTR opDetector(std::string(l.nome) == detectaCom.nome ? argc - 3 : 0, argv + 3);
     tvm::seekArg(opDetector, "key", chaves);
     Detector det = criaDetector(detectaCom.nome, opDetector);
+    verificaTamanho(detectaCom, det, img, argv[1]);
     if (det.descreveComo == l.nome) {
       det.detectaEDescreve(img, keypoints, linhas);
       std::printf("KeyPoints k=%u\n", static_cast<unsigned>(keypoints.size()));

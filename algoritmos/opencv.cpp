@@ -2,6 +2,7 @@
 
 #include "support/erro.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -43,6 +44,8 @@ const std::vector<Opcao> kOpcoesOrb = {
 cv::Ptr<cv::Feature2D> criaOrb(const Valores& v) {
   const int niveis = v.inteiro("nlevels", 1, kMaxNiveis);
   const int wta = v.inteiro("wta_k", 2, 4);
+  if (menorLadoOrb(v) > 65536)
+    tvm::erro("Erro: orb.scalefactor elevado a orb.nlevels - 1 passa de 65536: o ultimo nivel nao teria pixel");
   return cv::ORB::create(v.inteiro("nfeatures", 1, kMaxFeatures), static_cast<float>(v.real("scalefactor", 1.001, 8)),
                          niveis, v.inteiro("edgethreshold", 0, 1000), v.inteiro("firstlevel", 0, niveis - 1), wta,
                          static_cast<cv::ORB::ScoreType>(
@@ -77,7 +80,10 @@ cv::Ptr<cv::Feature2D> criaAkaze(const Valores& v) {
                                     {"mldb_upright", cv::AKAZE::DESCRIPTOR_MLDB_UPRIGHT},
                                     {"kaze", cv::AKAZE::DESCRIPTOR_KAZE},
                                     {"kaze_upright", cv::AKAZE::DESCRIPTOR_KAZE_UPRIGHT}}));
-  return cv::AKAZE::create(tipo, v.inteiro("descriptor_size", 0, 486), v.inteiro("descriptor_channels", 1, 3),
+  // MLDB compares 162 pairs of cells per channel: no more bits than that.
+  const int canais = v.inteiro("descriptor_channels", 1, 3);
+  const int bits = v.inteiro("descriptor_size", 0, 162 * canais);
+  return cv::AKAZE::create(tipo, bits, canais,
                            static_cast<float>(v.real("threshold", 1e-12, 1e6)), v.inteiro("noctaves", 1, 8),
                            v.inteiro("noctavelayers", 1, 8),
                            static_cast<cv::KAZE::DiffusivityType>(v.escolha("diffusivity", kDifusividades)));
@@ -204,6 +210,13 @@ cv::Ptr<cv::Feature2D> criaBlob(const Valores& v) {
   p.minConvexity = static_cast<float>(v.real("minconvexity", 0, 1e6));
   return cv::SimpleBlobDetector::create(p);
 }
+
+int menorLadoOrb(const Valores& v) {
+  const double lado = std::ceil(std::pow(v.real("scalefactor", 1.001, 8), v.inteiro("nlevels", 1, kMaxNiveis) - 1));
+  return static_cast<int>(std::min(std::max(lado, 4.0), 1e9));
+}
+
+int menorLadoBrisk(const Valores& v) { return std::max(4, 3 << std::max(0, v.inteiro("octaves", 0, 8) - 2)); }
 
 void verificaParaOrb(const Valores& v, const std::vector<cv::KeyPoint>& k) {
   const int niveis = v.inteiro("nlevels", 1, kMaxNiveis);

@@ -24,6 +24,13 @@ cv::Ptr<cv::Feature2D> criaGftt(const Valores& v);
 cv::Ptr<cv::Feature2D> criaMser(const Valores& v);
 cv::Ptr<cv::Feature2D> criaBlob(const Valores& v);
 
+// The smallest image side a feature built from `v` takes: 4 for every
+// OpenCV row, more for ORB and BRISK, whose smallest pyramid level must keep
+// a pixel (ORB: side / scalefactor^(nlevels - 1); BRISK: a third of the
+// side per octave beyond the second, measured on 4 to 512 pixels).
+int menorLadoOrb(const Valores& v);
+int menorLadoBrisk(const Valores& v);
+
 // Checks that every keypoint can be described by the feature built from
 // `v`, before OpenCV reads them: ORB describes at the pyramid level in a
 // keypoint's octave, AKAZE and KAZE at the scale level in its class_id.

@@ -104,21 +104,34 @@ Detector criaRand(tvm::ISTR& op) {
 // images at once and OpenCV's objects keep state between calls ---
 
 using Fabrica = cv::Ptr<cv::Feature2D> (*)(const Valores&);
+using MenorLado = int (*)(const Valores&);
+
+void verificaLado(const char* nome, int menor, const cv::Mat& img) {
+  if (img.rows < menor || img.cols < menor)
+    tvm::erro("Erro: imagem pequena demais para ", nome,
+              " (" + std::to_string(img.cols) + "x" + std::to_string(img.rows) + ", minimo " + std::to_string(menor) +
+                  "x" + std::to_string(menor) + ")");
+}
 
 std::function<Detector(tvm::ISTR&)> detectorOpenCV(const char* nome, const std::vector<Opcao>& opcoes,
-                                                     Fabrica fabrica, bool descreve) {
+                                                     Fabrica fabrica, bool descreve, MenorLado menorLado = nullptr) {
   return [=](tvm::ISTR& op) {
     const Valores v(nome, opcoes, op);
     fabrica(v);  // every value checked now, before any image
     Detector d;
-    d.detecta = [v, fabrica](const cv::Mat_<uchar>& img) {
+    d.menorLado = menorLado ? menorLado(v) : 4;
+    const int menor = d.menorLado;
+    d.detecta = [v, fabrica, nome, menor](const cv::Mat_<uchar>& img) {
+      verificaLado(nome, menor, img);
       std::vector<cv::KeyPoint> k;
       fabrica(v)->detect(img, k);
       return k;
     };
     if (descreve) {
       d.descreveComo = nome;
-      d.detectaEDescreve = [v, fabrica](const cv::Mat_<uchar>& img, std::vector<cv::KeyPoint>& k, cv::Mat& linhas) {
+      d.detectaEDescreve = [v, fabrica, nome, menor](const cv::Mat_<uchar>& img, std::vector<cv::KeyPoint>& k,
+                                                    cv::Mat& linhas) {
+        verificaLado(nome, menor, img);
         fabrica(v)->detectAndCompute(img, cv::noArray(), k, linhas);
       };
     }
@@ -263,11 +276,11 @@ const std::vector<LinhaDetector>& detectores() {
         {"pertdeg", "0", "perturbacao do angulo"}},
        C::antiHorario, "sorteado entre diammin e diammax", 0, nullptr, criaRand, KeyRand},
       {"orb", "KeyOrb", "KeyOrb    - Gera keypoints usando ORB (OpenCV)", kOpcoesOrb, C::horario,
-       "31 x escala do nivel (o patch do descritor)", 40, "orb", detectorOpenCV("orb", kOpcoesOrb, criaOrb, true),
+       "31 x escala do nivel (o patch do descritor)", 40, "orb", detectorOpenCV("orb", kOpcoesOrb, criaOrb, true, menorLadoOrb),
        nullptr},
       {"brisk", "KeyBrisk", "KeyBrisk  - Gera keypoints usando BRISK (OpenCV)", kOpcoesBrisk, C::horario,
        "diametro do padrao de amostras na escala", 40, "brisk",
-       detectorOpenCV("brisk", kOpcoesBrisk, criaBrisk, true), nullptr},
+       detectorOpenCV("brisk", kOpcoesBrisk, criaBrisk, true, menorLadoBrisk), nullptr},
       {"akaze", "KeyAkaze", "KeyAkaze  - Gera keypoints usando AKAZE (OpenCV)", kOpcoesAkaze, C::horario,
        "2 x escala nao linear", 120, "akaze", detectorOpenCV("akaze", kOpcoesAkaze, criaAkaze, true), nullptr},
       // KAZE's detect leaves every angle 0: its orientation comes with the
@@ -369,32 +382,34 @@ const LinhaDetector* detector(const std::string& nome) { return acha(detectores(
 const LinhaDescritor* descritor(const std::string& nome) { return acha(descritores(), nome); }
 const LinhaCasador* casador(const std::string& nome) { return acha(casadores(), nome); }
 
-Detector criaDetector(const std::string& nome, tvm::ISTR& op) {
-  const LinhaDetector* l = detector(nome);
-  if (l == nullptr) tvm::erro("Erro: detector desconhecido ", nome);
-  Detector d = l->cria(op);
+namespace {
+
+// A row's algorithm built from its option words, none left over.
+template <typename Linha>
+auto constroi(const Linha* l, const std::string& nome, tvm::ISTR& op, const char* desconhecido) {
+  if (l == nullptr) tvm::erro(desconhecido, nome);
+  auto algoritmo = l->cria(op);
   semSobras(op, nome);
-  d.nome = nome;
-  d.escreve = l->escreve;
+  algoritmo.nome = nome;
+  return algoritmo;
+}
+
+}  // namespace
+
+Detector criaDetector(const std::string& nome, tvm::ISTR& op) {
+  Detector d = constroi(detector(nome), nome, op, "Erro: detector desconhecido ");
+  d.escreve = detector(nome)->escreve;
   return d;
 }
 
 Descritor criaDescritor(const std::string& nome, tvm::ISTR& op) {
-  const LinhaDescritor* l = descritor(nome);
-  if (l == nullptr) tvm::erro("Erro: descritor desconhecido ", nome);
-  Descritor d = l->cria(op);
-  semSobras(op, nome);
-  d.nome = nome;
-  d.le = l->le;
+  Descritor d = constroi(descritor(nome), nome, op, "Erro: descritor desconhecido ");
+  d.le = descritor(nome)->le;
   return d;
 }
 
 Casador criaCasador(const std::string& nome, tvm::ISTR& op) {
-  const LinhaCasador* l = casador(nome);
-  if (l == nullptr) tvm::erro("Erro: casamento desconhecido ", nome);
-  Casador c = l->cria(op);
-  semSobras(op, nome);
-  return c;
+  return constroi(casador(nome), nome, op, "Erro: casamento desconhecido ");
 }
 
 bool parLegal(const std::string& det, const std::string& des) {

@@ -57,6 +57,9 @@ struct Detector {
   // come. Empty when the options make the pass differ from the descriptor's.
   std::string descreveComo;
   std::function<void(const cv::Mat_<uchar>&, std::vector<cv::KeyPoint>&, cv::Mat&)> detectaEDescreve;
+  // The smallest image side it takes: below it OpenCV's ORB, BRISK, AKAZE
+  // and MSER stop on assertions that name no option and no file.
+  int menorLado = 1;
   bool aleatorio = false;
   int nRand = 1000;
   keypoints::ParamRand rand;
