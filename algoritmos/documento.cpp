@@ -32,7 +32,8 @@ std::string tabelaMarkdown() {
       "|---|---|---|---|---|---|---|\n";
   for (const LinhaDetector& l : detectores())
     r += std::string("| ") + l.nome + " | " + l.ferramenta + " | " + opcoes(l.opcoes) + " | " +
-         keypoints::nomeConvencao(l.escreve) + " | " + l.regiao + " | " + memoria(l.bytesPorPixel) + " | " +
+         keypoints::nomeConvencao(l.escreve) + " | " + l.regiao + " | " + memoria(l.bytesPorPixel) +
+         (l.bytesFixos > 0 ? " + " + std::to_string(static_cast<int>(l.bytesFixos / 1e6)) + " MB" : "") + " | " +
          ou(l.umaPassada) + " |\n";
   r += "\n| des= | tool | options (defaults) | row | element/norm | angle read | angle written | bytes/pixel | keypoints of "
        "|\n|---|---|---|---|---|---|---|---|---|\n";

@@ -47,8 +47,9 @@ void semSobras(const tvm::ISTR& opcoes) {
 }
 
 // Stops before a run that would not fit in memory.
-void verificaMemoria(const char* ferramenta, double bytesPorPixel, const cv::Mat& img, const std::string& arquivo) {
-  const double bytes = features::kMemoriaBase + bytesPorPixel * static_cast<double>(img.total());
+void verificaMemoria(const char* ferramenta, double bytesFixos, double bytesPorPixel, const cv::Mat& img,
+                     const std::string& arquivo) {
+  const double bytes = features::kMemoriaBase + bytesFixos + bytesPorPixel * static_cast<double>(img.total());
   tvm::verificaMemoria(bytes, std::string(ferramenta) + " em " + arquivo + " (" + std::to_string(img.cols) + "x" +
                                   std::to_string(img.rows) + ")");
 }
@@ -81,7 +82,7 @@ void DetectorDaTabela(int argc, char** argv) {
   const Detector d = l.cria(op);
   semSobras(op);
   verificaTamanho(l, d, img, argv[1]);
-  verificaMemoria(l.ferramenta, l.bytesPorPixel, img, argv[1]);
+  verificaMemoria(l.ferramenta, l.bytesFixos, l.bytesPorPixel, img, argv[1]);
   const std::vector<cv::KeyPoint> keypoints = d.detecta(img);
   std::printf("Keypoints=%u\n", static_cast<unsigned>(keypoints.size()));
   formats::impKeyPoints(argv[2], keypoints);
@@ -110,8 +111,8 @@ void DescritorDaTabela(int argc, char** argv) {
 
   std::vector<cv::KeyPoint> keypoints;
   cv::Mat linhas;
-  verificaMemoria(l.ferramenta, std::max(l.bytesPorPixel, chaves.empty() ? detectaCom.bytesPorPixel : 0.0), img,
-                  argv[1]);
+  verificaMemoria(l.ferramenta, detectaCom.bytesFixos,
+                  std::max(l.bytesPorPixel, chaves.empty() ? detectaCom.bytesPorPixel : 0.0), img, argv[1]);
   if (!chaves.empty()) {
     keypoints = formats::leKeyPoints(chaves);
     std::printf("KeyPoints k=%u\n", static_cast<unsigned>(keypoints.size()));

@@ -245,6 +245,13 @@ const std::vector<Opcao> kBusca = {{"brute", "", "busca exaustiva (padrao)"},
 
 }  // namespace
 
+// bytes/pixel of the OpenCV rows: peak resident size of detectAndCompute
+// (detect for detectors alone) on 2000^2 less 1000^2 grey images, noise
+// and smooth, the larger, over 3e6 pixels; BRISK also takes 46 MB whatever
+// the image (the intercept). KAZE's 530 is its nonlinear scale
+// space: 4 octaves x 4 layers of full-size float images and their
+// derivatives.
+//
 // The memory lever (support/memoria.hpp, a row's last field) only where it
 // paid: CPU time (user + sys, median of 15 runs) and minor page faults on
 // data/img1.png and the demo's stores, without -> with the lever:
@@ -276,28 +283,28 @@ const std::vector<LinhaDetector>& detectores() {
         {"pertdeg", "0", "perturbacao do angulo"}},
        C::antiHorario, "sorteado entre diammin e diammax", 0, nullptr, criaRand, KeyRand},
       {"orb", "KeyOrb", "KeyOrb    - Gera keypoints usando ORB (OpenCV)", kOpcoesOrb, C::horario,
-       "31 x escala do nivel (o patch do descritor)", 40, "orb", detectorOpenCV("orb", kOpcoesOrb, criaOrb, true, menorLadoOrb),
+       "31 x escala do nivel (o patch do descritor)", 10, "orb", detectorOpenCV("orb", kOpcoesOrb, criaOrb, true, menorLadoOrb),
        nullptr},
       {"brisk", "KeyBrisk", "KeyBrisk  - Gera keypoints usando BRISK (OpenCV)", kOpcoesBrisk, C::horario,
-       "diametro do padrao de amostras na escala", 40, "brisk",
-       detectorOpenCV("brisk", kOpcoesBrisk, criaBrisk, true, menorLadoBrisk), nullptr},
+       "diametro do padrao de amostras na escala", 20, "brisk",
+       detectorOpenCV("brisk", kOpcoesBrisk, criaBrisk, true, menorLadoBrisk), nullptr, tvm::Heap::comoVem, 46e6},
       {"akaze", "KeyAkaze", "KeyAkaze  - Gera keypoints usando AKAZE (OpenCV)", kOpcoesAkaze, C::horario,
-       "2 x escala nao linear", 120, "akaze", detectorOpenCV("akaze", kOpcoesAkaze, criaAkaze, true), nullptr},
+       "2 x escala nao linear", 135, "akaze", detectorOpenCV("akaze", kOpcoesAkaze, criaAkaze, true), nullptr},
       // KAZE's detect leaves every angle 0: its orientation comes with the
       // descriptor (DesKaze's store holds it).
       {"kaze", "KeyKaze", "KeyKaze   - Gera keypoints usando KAZE (OpenCV)", kOpcoesKaze, C::nenhuma,
-       "2 x escala nao linear", 200, "kaze", detectorOpenCV("kaze", kOpcoesKaze, criaKaze, true), nullptr},
+       "2 x escala nao linear", 530, "kaze", detectorOpenCV("kaze", kOpcoesKaze, criaKaze, true), nullptr},
       {"agast", "KeyAgast", "KeyAgast  - Gera keypoints usando AGAST (OpenCV)", kOpcoesAgast, C::nenhuma,
-       "7 (o circulo de teste)", 10, nullptr, detectorOpenCV("agast", kOpcoesAgast, criaAgast, false), nullptr},
+       "7 (o circulo de teste)", 19, nullptr, detectorOpenCV("agast", kOpcoesAgast, criaAgast, false), nullptr},
       {"gftt", "KeyGftt", "KeyGftt   - Gera keypoints usando Shi-Tomasi (GFTT, OpenCV)", kOpcoesGftt, C::nenhuma,
-       "blocksize", 20, nullptr, detectorOpenCV("gftt", kOpcoesGftt, criaGftt, false), nullptr},
+       "blocksize", 35, nullptr, detectorOpenCV("gftt", kOpcoesGftt, criaGftt, false), nullptr},
       {"harris", "KeyHarris", "KeyHarris - Gera keypoints usando Harris (GFTT, OpenCV)", kOpcoesHarris, C::nenhuma,
-       "blocksize", 20, nullptr, detectorOpenCV("harris", kOpcoesHarris, criaGftt, false), nullptr},
+       "blocksize", 35, nullptr, detectorOpenCV("harris", kOpcoesHarris, criaGftt, false), nullptr},
       {"mser", "KeyMser", "KeyMser   - Gera keypoints usando MSER (OpenCV)", kOpcoesMser, C::nenhuma,
-       "diametro do circulo de area igual a da regiao (x2)", 60, nullptr,
+       "diametro do circulo de area igual a da regiao (x2)", 67, nullptr,
        detectorOpenCV("mser", kOpcoesMser, criaMser, false), nullptr},
       {"blob", "KeyBlob", "KeyBlob   - Gera keypoints usando SimpleBlobDetector (OpenCV)", kOpcoesBlob,
-       C::nenhuma, "diametro da mancha", 30, nullptr, detectorOpenCV("blob", kOpcoesBlob, criaBlob, false),
+       C::nenhuma, "diametro da mancha", 42, nullptr, detectorOpenCV("blob", kOpcoesBlob, criaBlob, false),
        nullptr},
   };
   return t;
@@ -310,26 +317,26 @@ const std::vector<LinhaDescritor>& descritores() {
       {"surf", "DesSurf", "DesSurf   - Calcula descriptors de SURF (64)", {}, C::nenhuma, C::horario, Elemento::real, "64",
        porPixel(features::Detector::surf), nullptr, "surf", criaDesSurf, DesSurf},
       {"simple", "DesSimp", "DesSimp   - Calcula descriptors de SIMPLE (127)", opcoesDoUso("simple"),
-       C::antiHorario, C::nenhuma, Elemento::real, "127 (camadas=6)", 0, nullptr, "sift", proprio("simple"), DesSimp},
+       C::antiHorario, C::nenhuma, Elemento::real, "127 (camadas=6)", 0, nullptr, "sift", proprio("simple"), DescritorProprioDaTabela},
       {"riff", "DesRiff", "DesRiff   - Calcula descriptors de RIFF (100)", opcoesDoUso("riff"), C::nenhuma, C::nenhuma,
-       Elemento::real, "100", 0, nullptr, "sift", proprio("riff"), DesRiff},
+       Elemento::real, "100", 0, nullptr, "sift", proprio("riff"), DescritorProprioDaTabela},
       {"rihog", "DesRihog", "DesRihog  - Calcula descriptors de RIHOG (80)", opcoesDoUso("rihog"), C::nenhuma, C::nenhuma,
-       Elemento::real, "80", 0, nullptr, "sift", proprio("rihog"), DesRihog},
+       Elemento::real, "80", 0, nullptr, "sift", proprio("rihog"), DescritorProprioDaTabela},
       {"ruhog", "DesRUHOG", "DesRuhog  - Calcula descriptors de RUHOG (80) com aneis de tamanho variavel",
-       opcoesDoUso("ruhog"), C::nenhuma, C::nenhuma, Elemento::real, "80", 0, nullptr, "sift", proprio("ruhog"), DesRUHOG},
+       opcoesDoUso("ruhog"), C::nenhuma, C::nenhuma, Elemento::real, "80", 0, nullptr, "sift", proprio("ruhog"), DescritorProprioDaTabela},
       {"forapro", "DesForapro", "DesForapro- Calcula descriptors Forapro", opcoesDoUso("forapro"), C::nenhuma, C::nenhuma,
-       Elemento::real, "depende de nrad e ncir", 0, nullptr, "sift", proprio("forapro"), DesForapro},
+       Elemento::real, "depende de nrad e ncir", 0, nullptr, "sift", proprio("forapro"), DescritorProprioDaTabela},
       {"orb", "DesOrb", "DesOrb    - Calcula descriptors de ORB (256 bits, OpenCV)", kOpcoesOrb, C::horario, C::horario,
-       Elemento::binario, "32 bytes", 40, "orb,rand,fast,agast,gftt,harris", "orb", descritorOpenCV("orb", kOpcoesOrb, criaOrb, verificaOrb),
+       Elemento::binario, "32 bytes", 10, "orb,rand,fast,agast,gftt,harris", "orb", descritorOpenCV("orb", kOpcoesOrb, criaOrb, verificaOrb),
        nullptr},
       {"brisk", "DesBrisk", "DesBrisk  - Calcula descriptors de BRISK (512 bits, OpenCV)", kOpcoesBrisk,
-       C::nenhuma, C::horario, Elemento::binario, "64 bytes", 40, nullptr, "brisk",
+       C::nenhuma, C::horario, Elemento::binario, "64 bytes", 20, nullptr, "brisk",
        descritorOpenCV("brisk", kOpcoesBrisk, criaBrisk, nullptr), nullptr},
       {"akaze", "DesAkaze", "DesAkaze  - Calcula descriptors de AKAZE (486 bits, OpenCV)", kOpcoesAkaze, C::horario, C::horario,
-       Elemento::binario, "61 bytes (descriptor_size=0)", 120, "akaze", "akaze",
+       Elemento::binario, "61 bytes (descriptor_size=0)", 135, "akaze", "akaze",
        descritorOpenCV("akaze", kOpcoesAkaze, criaAkaze, verificaParaAkaze), nullptr},
       {"kaze", "DesKaze", "DesKaze   - Calcula descriptors de KAZE (64, OpenCV)", kOpcoesKaze, C::nenhuma, C::horario,
-       Elemento::real, "64 (128 com extended=1)", 200, "kaze", "kaze",
+       Elemento::real, "64 (128 com extended=1)", 530, "kaze", "kaze",
        descritorOpenCV("kaze", kOpcoesKaze, criaKaze, verificaParaKaze), nullptr},
       {"rootsift", "DesRootSift", "DesRootSift- Calcula descriptors de RootSIFT (128)", {}, C::horario, C::horario,
        Elemento::real, "128", porPixel(features::Detector::sift), nullptr, "sift", criaRootSift, nullptr,

@@ -92,6 +92,7 @@ struct LinhaDetector {
   std::function<Detector(tvm::ISTR& opcoes)> cria;
   Ferramenta propria;      // its hand-written tool; nullptr: the row tool (ferramentas.cpp)
   tvm::Heap heap = tvm::Heap::comoVem;  // the memory lever that pays for its tool
+  double bytesFixos = 0;   // what a run takes over the base whatever the image (BRISK's tables)
 };
 
 struct LinhaDescritor {

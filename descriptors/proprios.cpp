@@ -100,8 +100,10 @@ void rodaDescritorProprio(const DescritorProprio& d, int argc, char** argv) {
   frame.grava(descriptors);
 }
 
-void DesSimp(int argc, char** argv) { rodaDescritorProprio(descritorProprio("simple"), argc, argv); }
-void DesRiff(int argc, char** argv) { rodaDescritorProprio(descritorProprio("riff"), argc, argv); }
-void DesRihog(int argc, char** argv) { rodaDescritorProprio(descritorProprio("rihog"), argc, argv); }
-void DesRUHOG(int argc, char** argv) { rodaDescritorProprio(descritorProprio("ruhog"), argc, argv); }
-void DesForapro(int argc, char** argv) { rodaDescritorProprio(descritorProprio("forapro"), argc, argv); }
+void DescritorProprioDaTabela(int argc, char** argv) {
+  // The rows' tools differ from their names in letter case only.
+  const std::string ferramenta = tvm::minuscula(argv[0]);
+  for (const DescritorProprio& d : descritoresProprios())
+    if (tvm::minuscula(d.uso.front()).rfind(ferramenta + " ", 0) == 0) return rodaDescritorProprio(d, argc, argv);
+  tvm::erro("Erro: Programa inexistente ", argv[0]);
+}

@@ -1,6 +1,7 @@
 // The own descriptors as a table: a name, the usage block of its tool and how
 // its options are read. A new descriptor is its class (a Descritor) plus one
-// line here and one tool function in proprios.cpp; a sweep walks the table.
+// line here and its row in the table of algorithms (algoritmos/tabela.cpp),
+// which gives it its tool and its place in a sweep.
 //
 //   DesXxx a.pgm DesA.xml [key=KeyA.xml option=value ...]
 #pragma once
@@ -34,3 +35,7 @@ const DescritorProprio& descritorProprio(const std::string& nome);
 // The whole tool: keypoints and options (descriptors/frame.hpp), the rows, the
 // store.
 void rodaDescritorProprio(const DescritorProprio& d, int argc, char** argv);
+
+// The tool of the entry whose usage line starts with argv[0], in any letter
+// case (the dispatcher passes the command word as typed).
+void DescritorProprioDaTabela(int argc, char** argv);

@@ -2,12 +2,8 @@
 //
 //   DesSift / DesSurf a.pgm DesA.xml [KeyA.xml]
 //   DesSimp / DesRiff / DesRihog / DesRUHOG / DesForapro a.pgm DesA.xml [key=KeyA.xml option=value ...]
+//     (descriptors/proprios.hpp)
 #pragma once
 
 void DesSift(int argc, char** argv);
 void DesSurf(int argc, char** argv);
-void DesSimp(int argc, char** argv);
-void DesRiff(int argc, char** argv);
-void DesRihog(int argc, char** argv);
-void DesRUHOG(int argc, char** argv);
-void DesForapro(int argc, char** argv);

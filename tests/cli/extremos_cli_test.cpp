@@ -3,6 +3,7 @@
 // keypoints handed to OpenCV's SIFT descriptor (a wrong one there corrupts
 // memory silently, which the sanitizer build of these tests would catch).
 // Their messages, word for word, are in mensagens_cli_test.
+#include "algoritmos/tabela.hpp"
 #include "features/memoria.hpp"
 #include "formats/stores.hpp"
 #include "tests/common/cli.hpp"
@@ -47,6 +48,27 @@ TEST(MemoriaDosDetectores, EstimateFollowsThePeakOfTheRun) {
     const double pico = e.picoKb * 1024.0, estimativa = features::memoriaDetector(c.detector, {1000, 1000}, c.camadas);
     EXPECT_LT(pico, 1.15 * estimativa);
     EXPECT_GT(pico, 0.7 * estimativa);
+  }
+}
+
+// The table's rows the same way, with a looser floor: their figures are the
+// larger of noise and smooth images, and a texture falls between (SimpleBlob
+// takes eight times as much on noise as on a smooth image).
+TEST(MemoriaDosDetectores, EstimateOfEachTableRowHoldsThePeak) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "the sanitizer's shadow memory is no part of the estimate";
+#endif
+  teste::PastaTemp pasta;
+  teste::salva(teste::textura(1000, 1000, 7), pasta / "r.png");
+  for (const algoritmos::LinhaDetector& l : algoritmos::detectores()) {
+    if (l.propria != nullptr) continue;
+    SCOPED_TRACE(l.ferramenta);
+    const teste::Execucao e = teste::roda({l.ferramenta, "r.png", "s.yml"}, pasta.caminho());
+    ASSERT_EQ(e.status, 0) << e.err;
+    const double pico = e.picoKb * 1024.0,
+                 estimativa = features::kMemoriaBase + l.bytesFixos + l.bytesPorPixel * 1e6;
+    EXPECT_LT(pico, 1.15 * estimativa);
+    EXPECT_GT(pico, 0.3 * estimativa);
   }
 }
 
