@@ -290,3 +290,63 @@ TEST(ConvencaoDoDetector, KeyRandEscreveAntiHorario) {
 }
 
 }  // namespace
+
+namespace {
+
+// AKAZE's and KAZE's descriptors describe only their detector's keypoints,
+// whose class_id is the scale level: the pairs are the detector's keypoints
+// on the scene and their images under the turn, identified by index (these
+// descriptors keep every keypoint), with angles as KeyRand would give them.
+double acertosDoProprioDetector(const char* nome, double graus, Convencao para) {
+  const cv::Mat_<uchar> imgA = cena();
+  cv::Mat_<uchar> imgB;
+  const cv::Matx33d H = teste::gira(imgA, graus, imgB);
+  tvm::ISTR nenhuma(0, nullptr);
+  std::vector<cv::KeyPoint> a, b;
+  for (const cv::KeyPoint& k : algoritmos::criaDetector(nome, nenhuma).detecta(imgA)) {
+    const cv::Vec3d m = H * cv::Vec3d(k.pt.x, k.pt.y, 1.0);
+    const float margem = 6 * k.size;
+    if (m[0] < margem || m[1] < margem || m[0] > imgB.cols - margem || m[1] > imgB.rows - margem) continue;
+    cv::KeyPoint ka = k, kb = k;
+    ka.angle = static_cast<float>((a.size() * 37) % 360);
+    kb.pt = cv::Point2f(static_cast<float>(m[0]), static_cast<float>(m[1]));
+    kb.angle = static_cast<float>(ka.angle + graus);
+    a.push_back(ka);
+    b.push_back(kb);
+  }
+  keypoints::converteAngulos(a, Convencao::antiHorario, para);
+  keypoints::converteAngulos(b, Convencao::antiHorario, para);
+  cv::Mat da, db;
+  const algoritmos::Descritor d = algoritmos::criaDescritor(nome, nenhuma);
+  const size_t n = a.size();
+  d.calcula(imgA, a, da);
+  d.calcula(imgB, b, db);
+  EXPECT_EQ(a.size(), n);
+  EXPECT_EQ(b.size(), n);
+  std::vector<cv::DMatch> m;
+  cv::BFMatcher(da.type() == CV_8U ? cv::NORM_HAMMING : cv::NORM_L2).match(da, db, m);
+  int certos = 0;
+  for (const cv::DMatch& x : m) certos += x.queryIdx == x.trainIdx;
+  return n == 0 ? 0.0 : static_cast<double>(certos) / static_cast<double>(n);
+}
+
+}  // namespace
+
+TEST(ConvencaoDoDescritor, AkazeEKazeNosKeypointsDoSeuDetector) {
+  for (const char* nome : {"akaze", "kaze"}) {
+    const algoritmos::LinhaDescritor& l = *algoritmos::descritor(nome);
+    const double horario = acertosDoProprioDetector(nome, 90, Convencao::horario);
+    const double antiHorario = acertosDoProprioDetector(nome, 90, Convencao::antiHorario);
+    SCOPED_TRACE(std::string(nome) + ": horario " + std::to_string(horario) + ", anti-horario " +
+                 std::to_string(antiHorario));
+    if (l.le == Convencao::nenhuma) {
+      EXPECT_EQ(horario, antiHorario);
+      EXPECT_GT(horario, 0.5);
+    } else {
+      const double certa = l.le == Convencao::horario ? horario : antiHorario;
+      const double errada = l.le == Convencao::horario ? antiHorario : horario;
+      EXPECT_GT(certa, 0.5);
+      EXPECT_LT(errada, 0.2 * certa);
+    }
+  }
+}
