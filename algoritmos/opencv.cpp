@@ -228,34 +228,33 @@ void verificaParaOrb(const Valores& v, const std::vector<cv::KeyPoint>& k) {
 
 namespace {
 
-// The scale levels AKAZE and KAZE build on an image: noctaves x
-// noctavelayers, less the octaves whose image would be too small.
-int niveisNaoLineares(const Valores& v, cv::Size imagem, int menorLado) {
-  const int oitavas = v.inteiro("noctaves", 1, 8), camadas = v.inteiro("noctavelayers", 1, 8);
-  int usadas = 0;
-  for (int o = 0; o < oitavas; ++o) {
-    if (std::min(imagem.width >> o, imagem.height >> o) < menorLado) break;
-    ++usadas;
+// The scale levels AKAZE and KAZE build: noctaves x noctavelayers, every
+// one of the image's size. A class_id outside them trips an assertion; a
+// keypoint whose octave is not its level's (class_id / noctavelayers) gets
+// a row of zeros from AKAZE, and KAZE's level 0, which its detector never
+// uses, a row of NaN: both stop here instead.
+void verificaNivel(const Valores& v, const std::vector<cv::KeyPoint>& k, int primeiro, const char* tool,
+                   const char* detector) {
+  const int camadas = v.inteiro("noctavelayers", 1, 8), niveis = v.inteiro("noctaves", 1, 8) * camadas;
+  const std::string faixa = std::to_string(primeiro) + ".." + std::to_string(niveis - 1);
+  for (size_t i = 0; i < k.size(); ++i) {
+    if (k[i].class_id < primeiro || k[i].class_id >= niveis)
+      naoDescreve(i, "class_id " + std::to_string(k[i].class_id), faixa, tool, detector);
+    if (k[i].octave != k[i].class_id / camadas)
+      naoDescreve(i, "octave " + std::to_string(k[i].octave),
+                  "class_id/" + std::to_string(camadas) + " = " + std::to_string(k[i].class_id / camadas), tool,
+                  detector);
   }
-  return usadas * camadas;
-}
-
-void verificaNivel(const Valores& v, const std::vector<cv::KeyPoint>& k, cv::Size imagem, int menorLado,
-                   const char* tool, const char* detector) {
-  const int niveis = niveisNaoLineares(v, imagem, menorLado);
-  for (size_t i = 0; i < k.size(); ++i)
-    if (k[i].class_id < 0 || k[i].class_id >= niveis)
-      naoDescreve(i, "class_id " + std::to_string(k[i].class_id), "0.." + std::to_string(niveis - 1), tool, detector);
 }
 
 }  // namespace
 
-void verificaParaAkaze(const Valores& v, const std::vector<cv::KeyPoint>& k, cv::Size imagem) {
-  verificaNivel(v, k, imagem, 1, "DesAkaze", "KeyAkaze");
+void verificaParaAkaze(const Valores& v, const std::vector<cv::KeyPoint>& k, cv::Size) {
+  verificaNivel(v, k, 0, "DesAkaze", "KeyAkaze");
 }
 
-void verificaParaKaze(const Valores& v, const std::vector<cv::KeyPoint>& k, cv::Size imagem) {
-  verificaNivel(v, k, imagem, 1, "DesKaze", "KeyKaze");
+void verificaParaKaze(const Valores& v, const std::vector<cv::KeyPoint>& k, cv::Size) {
+  verificaNivel(v, k, 1, "DesKaze", "KeyKaze");
 }
 
 }  // namespace algoritmos
