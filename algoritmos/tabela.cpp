@@ -57,18 +57,23 @@ Detector criaSift(tvm::ISTR& op) {
   return d;
 }
 
-Detector criaSurf(tvm::ISTR& op) {
+// Our SURF and STAR: one const detector serves every image.
+template <typename Proprio>
+Detector detectorProprio(const Proprio& proprio) {
   Detector d;
-  double limiar = 0;
-  std::optional<double> t;
-  if (tvm::seekArg(op, "limiar", limiar)) t = limiar;
-  const features::SURF surf = keypoints::surfDoKeySurf(t);
-  d.detecta = [=](const cv::Mat_<uchar>& img) {
+  d.detecta = [proprio](const cv::Mat_<uchar>& img) {
     std::vector<cv::KeyPoint> k;
-    surf.detect(img, k);
+    proprio.detect(img, k);
     return k;
   };
   return d;
+}
+
+Detector criaSurf(tvm::ISTR& op) {
+  double limiar = 0;
+  std::optional<double> t;
+  if (tvm::seekArg(op, "limiar", limiar)) t = limiar;
+  return detectorProprio(keypoints::surfDoKeySurf(t));
 }
 
 Detector criaFast(tvm::ISTR& op) {
@@ -79,16 +84,7 @@ Detector criaFast(tvm::ISTR& op) {
   return d;
 }
 
-Detector criaStar(tvm::ISTR&) {
-  Detector d;
-  const features::StarDetector star = keypoints::starDoKeyStar();
-  d.detecta = [=](const cv::Mat_<uchar>& img) {
-    std::vector<cv::KeyPoint> k;
-    star.detect(img, k);
-    return k;
-  };
-  return d;
-}
+Detector criaStar(tvm::ISTR&) { return detectorProprio(keypoints::starDoKeyStar()); }
 
 Detector criaRand(tvm::ISTR& op) {
   Detector d;
