@@ -217,23 +217,43 @@ std::vector<Opcao> opcoesDoUso(const char* nome) {
 
 Casador criaNN(tvm::ISTR& op) {
   const Busca busca = leBuscaNN(op);
-  return {"nn", [busca](const cv::Mat& a, const cv::Mat& b) {
-            std::vector<cv::DMatch> m = casaNN(a, b, busca);
-            std::sort(m.begin(), m.end());
-            return m;
-          }};
+  const auto ordena = [](std::vector<cv::DMatch> m) {
+    std::sort(m.begin(), m.end());
+    return m;
+  };
+  Casador c;
+  c.nome = "nn";
+  c.casa = [busca, ordena](const cv::Mat& a, const cv::Mat& b) { return ordena(casaNN(a, b, busca)); };
+  if (busca == Busca::brute) {
+    c.kIda = 1;
+    c.dasPasses = [ordena](const Passes& p) { return ordena(nnDe(p)); };
+  }
+  return c;
 }
 
 Casador criaRatio(tvm::ISTR& op) {
   const OpcoesRatio opcoes = leOpcoesRatio(op);
-  return {"ratio", [opcoes](const cv::Mat& a, const cv::Mat& b) {
-            return selecionaRatio(casa2NN(a, b, opcoes.busca), opcoes);
-          }};
+  Casador c;
+  c.nome = "ratio";
+  c.casa = [opcoes](const cv::Mat& a, const cv::Mat& b) { return selecionaRatio(casa2NN(a, b, opcoes.busca), opcoes); };
+  if (opcoes.busca == Busca::brute) {
+    c.kIda = 2;
+    c.dasPasses = [opcoes](const Passes& p) { return selecionaRatio(doisNNDe(p), opcoes); };
+  }
+  return c;
 }
 
 Casador criaMutuo(tvm::ISTR& op) {
   const Busca busca = leBuscaNN(op);
-  return {"mutuo", [busca](const cv::Mat& a, const cv::Mat& b) { return casaMutuos(a, b, busca); }};
+  Casador c;
+  c.nome = "mutuo";
+  c.casa = [busca](const cv::Mat& a, const cv::Mat& b) { return casaMutuos(a, b, busca); };
+  if (busca == Busca::brute) {
+    c.kIda = 1;
+    c.volta = true;
+    c.dasPasses = mutuosDe;
+  }
+  return c;
 }
 
 const std::vector<Opcao> kBusca = {{"brute", "", "busca exaustiva (padrao)"},

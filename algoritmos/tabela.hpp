@@ -22,6 +22,7 @@
 
 #include "keypoints/convencao.hpp"
 #include "keypoints/key_rand.hpp"
+#include "matching/busca.hpp"
 #include "support/argumentos.hpp"
 #include "support/memoria.hpp"
 
@@ -78,6 +79,13 @@ struct Casador {
   std::string nome;
   // Matches of image 1's rows to image 2's, best first.
   std::function<std::vector<cv::DMatch>(const cv::Mat&, const cv::Mat&)> casa;
+  // An exhaustive matcher also answers, bit for bit as `casa`, from searches
+  // shared with a pair's other matchers (matching/busca.hpp): those it needs
+  // (a forward kIda-NN, the backward 1-NN) and how it reads them. Empty
+  // for FLANN, whose approximate answers depend on k.
+  int kIda = 0;
+  bool volta = false;
+  std::function<std::vector<cv::DMatch>(const Passes&)> dasPasses;
 };
 
 struct LinhaDetector {

@@ -96,18 +96,83 @@ std::vector<std::vector<cv::DMatch>> vizinhos(const cv::Mat& query, const cv::Ma
 
 }  // namespace
 
+namespace {
+
+// k-NN lists of every query row; none at all for an empty query side, and
+// empty lists against an empty train side.
+std::vector<std::vector<cv::DMatch>> passe(const cv::Mat& query, const cv::Mat& train, int k) {
+  if (query.empty()) return {};
+  if (train.empty()) return std::vector<std::vector<cv::DMatch>>(static_cast<size_t>(query.rows));
+  return vizinhos(query, train, k);
+}
+
+// The first of each list: a query row whose distances all overflow has no
+// match, as in OpenCV.
+std::vector<cv::DMatch> primeiros(const std::vector<std::vector<cv::DMatch>>& listas) {
+  std::vector<cv::DMatch> matches;
+  for (const std::vector<cv::DMatch>& lista : listas)
+    if (!lista.empty()) matches.push_back(lista[0]);
+  return matches;
+}
+
+}  // namespace
+
+Passes calculaPasses(const cv::Mat& descritores1, const cv::Mat& descritores2, int kIda, bool volta) {
+  exigeMesmoTipo(descritores1, descritores2);
+  Passes p;
+  p.kIda = kIda;
+  p.temVolta = volta;
+  if (kIda > 0) p.ida = passe(descritores1, descritores2, kIda);
+  if (volta) p.volta = passe(descritores2, descritores1, 1);
+  return p;
+}
+
+std::vector<cv::DMatch> nnDe(const Passes& p) {
+  CV_Assert(p.kIda >= 1);
+  return primeiros(p.ida);
+}
+
+std::vector<std::vector<cv::DMatch>> doisNNDe(const Passes& p) {
+  CV_Assert(p.kIda == 2);
+  return p.ida;
+}
+
+namespace {
+
+// The matches of `ida` whose train row's own nearest neighbour, in `volta`,
+// is their query row; sorted by distance, ties in query order.
+std::vector<cv::DMatch> mutuos(const std::vector<cv::DMatch>& ida, const std::vector<cv::DMatch>& volta, int linhas2) {
+  // The way back by row of store 2: an approximate search may leave a row
+  // without a match (-1).
+  std::vector<int> deVolta(static_cast<size_t>(linhas2), -1);
+  for (const cv::DMatch& m : volta) deVolta[static_cast<size_t>(m.queryIdx)] = m.trainIdx;
+  std::vector<cv::DMatch> r;
+  for (const cv::DMatch& m : ida)
+    if (deVolta[static_cast<size_t>(m.trainIdx)] == m.queryIdx) r.push_back(m);
+  std::stable_sort(r.begin(), r.end());
+  return r;
+}
+
+}  // namespace
+
+std::vector<cv::DMatch> mutuosDe(const Passes& p) {
+  CV_Assert(p.kIda >= 1 && p.temVolta);
+  return mutuos(primeiros(p.ida), primeiros(p.volta), static_cast<int>(p.volta.size()));
+}
+
+std::vector<cv::DMatch> casaMutuos(const cv::Mat& descritores1, const cv::Mat& descritores2, Busca modo) {
+  if (modo == Busca::brute) return mutuosDe(calculaPasses(descritores1, descritores2, 1, true));
+  return mutuos(casaNN(descritores1, descritores2, modo), casaNN(descritores2, descritores1, modo),
+                descritores2.rows);
+}
+
 std::vector<cv::DMatch> casaNN(const cv::Mat& query, const cv::Mat& train, Busca modo) {
   exigeMesmoTipo(query, train);
   const cv::Ptr<cv::DescriptorMatcher> matcher = criaMatcher(modo, binarios(query));
   if (!matcher) tvm::erro("Erro modoMatch desconhecido");
   std::vector<cv::DMatch> matches;
   if (query.empty() || train.empty()) return matches;
-  if (modo == Busca::brute) {
-    // A query row whose distances all overflow has no match, as in OpenCV.
-    for (const std::vector<cv::DMatch>& lista : vizinhos(query, train, 1))
-      if (!lista.empty()) matches.push_back(lista[0]);
-    return matches;
-  }
+  if (modo == Busca::brute) return nnDe(calculaPasses(query, train, 1, false));
   if (!binarios(query)) {
     matcher->match(query, train, matches);
     return matches;
@@ -135,7 +200,8 @@ std::vector<std::vector<cv::DMatch>> casa2NN(const cv::Mat& query, const cv::Mat
     listas.assign(query.rows, {});
     return listas;
   }
-  if (modo == Busca::brute || train.rows < k) return vizinhos(query, train, k);
+  if (modo == Busca::brute) return doisNNDe(calculaPasses(query, train, k, false));
+  if (train.rows < k) return vizinhos(query, train, k);
   matcher->knnMatch(query, train, listas, k, cv::noArray(), false);
   // LSH leaves a list short, or pads it with index -1, where its buckets hold
   // too few rows: the neighbours it did find are kept.

@@ -67,6 +67,26 @@ std::vector<std::vector<cv::DMatch>> casa2NN(const cv::Mat& query, const cv::Mat
 // D2-Net and R2D2 score with MMA.
 std::vector<cv::DMatch> casaMutuos(const cv::Mat& descritores1, const cv::Mat& descritores2, Busca modo);
 
+// The exhaustive searches a pair's matchers draw on, each done once: the
+// forward k-NN of store 1's rows in store 2 (k = 1, or 2 when a ratio test
+// is asked) and the backward 1-NN (for mutual matching). The nearest of a
+// 2-NN list is the 1-NN, tie rule included, so one forward 2-NN serves 1-NN,
+// ratio and mutual matching alike: 2 passes hold what 4 did.
+struct Passes {
+  std::vector<std::vector<cv::DMatch>> ida, volta;
+  int kIda = 0;           // 0: no forward pass
+  bool temVolta = false;
+};
+
+// Stops, as the matchers do, on stores of different element types.
+Passes calculaPasses(const cv::Mat& descritores1, const cv::Mat& descritores2, int kIda, bool volta);
+
+// casaNN, casa2NN and casaMutuos by exhaustive search, from passes that hold
+// what each needs (kIda >= 1; 2 for doisNNDe; temVolta for mutuosDe).
+std::vector<cv::DMatch> nnDe(const Passes& p);
+std::vector<std::vector<cv::DMatch>> doisNNDe(const Passes& p);
+std::vector<cv::DMatch> mutuosDe(const Passes& p);
+
 // MatNN's option words, "brute" or "flann", read until "eof"; the last wins.
 Busca leBuscaNN(tvm::ISTR& in);
 

@@ -187,12 +187,34 @@ Repeticao repeticao(const Plano& p, const Descricao& a, const Descricao& b, cons
 void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const Detector& det, const Descritor& des,
           const Descricao& a, const Descricao& b, const cv::Mat_<uchar>& ia, const cv::Mat_<uchar>& ib,
           const Geometria& g, const Repeticao& rep, bool comCurva) {
+  // The exhaustive matchers' searches, once for all of them; their time
+  // goes to the first row that reads them.
+  int kIda = 0;
+  bool volta = false;
+  for (const Casador& cas : p.casadores)
+    if (cas.dasPasses) kIda = std::max(kIda, cas.kIda), volta = volta || cas.volta;
+  Passes passes;
+  std::string falhaPasses;
+  double segundosPasses = 0;
+  if (kIda > 0) {
+    const auto t0 = Relogio::now();
+    falhaPasses = capturaFalha([&] { passes = calculaPasses(a.linhas, b.linhas, kIda, volta); });
+    segundosPasses = segundosDesde(t0);
+  }
   for (const Casador& cas : p.casadores) {
     const std::string c = chave(s, k, det, des, cas);
     auto t0 = Relogio::now();
     std::vector<cv::DMatch> matches;
-    std::string falha = capturaFalha([&] { matches = cas.casa(a.linhas, b.linhas); });
-    const double segundosCasamento = segundosDesde(t0);
+    std::string falha;
+    double segundosCasamento = 0;
+    if (cas.dasPasses) {
+      falha = falhaPasses.empty() ? capturaFalha([&] { matches = cas.dasPasses(passes); }) : falhaPasses;
+      segundosCasamento = segundosDesde(t0) + segundosPasses;
+      segundosPasses = 0;
+    } else {
+      falha = capturaFalha([&] { matches = cas.casa(a.linhas, b.linhas); });
+      segundosCasamento = segundosDesde(t0);
+    }
     if (!falha.empty()) {
       linhaFalha(o, s, k, det, des, cas, falha);
       continue;

@@ -1,3 +1,4 @@
+#include "algoritmos/tabela.hpp"
 #include "formats/stores.hpp"
 #include "matching/busca.hpp"
 #include "matching/ratio.hpp"
@@ -271,6 +272,54 @@ TEST(Stores, PairChecks) {
   };
   for (const auto& [nome, mensagem] : casos)
     EXPECT_EQ(teste::mensagemDe([&] { leParDescritores(pasta / "a.xml", pasta / nome); }), mensagem) << nome;
+}
+
+// The sweep's shared searches: for every set of exhaustive matchers, the
+// passes merged for the set give each matcher exactly its answer alone, on
+// float and binary rows with ties (repeated rows) and on empty sides.
+TEST(Passes, EachSetOfMatchersReadsItsOwnAnswers) {
+  cv::Mat f1(60, 16, CV_32F), f2(50, 16, CV_32F), b1(60, 32, CV_8U), b2(50, 32, CV_8U);
+  cv::RNG rng(3);
+  rng.fill(f1, cv::RNG::UNIFORM, 0, 4);
+  rng.fill(f2, cv::RNG::UNIFORM, 0, 4);
+  rng.fill(b1, cv::RNG::UNIFORM, 0, 256);
+  rng.fill(b2, cv::RNG::UNIFORM, 0, 256);
+  for (cv::Mat* m : {&f1, &f2, &b1, &b2}) {
+    m->row(1).copyTo(m->row(7));  // two train rows at one distance from every query
+    m->row(3).copyTo(m->row(20));
+  }
+  const cv::Mat vazia1(0, 16, CV_32F);
+  const std::vector<std::pair<cv::Mat, cv::Mat>> pares = {{f1, f2}, {b1, b2}, {f2, f1}, {vazia1, f2}, {f1, vazia1}};
+  const std::vector<std::vector<std::string>> conjuntos = {
+      {"nn"}, {"ratio"}, {"mutuo"}, {"nn", "ratio"}, {"nn", "mutuo"}, {"ratio", "mutuo"}, {"nn", "ratio", "mutuo"}};
+  for (const auto& [a, b] : pares)
+    for (const auto& nomes : conjuntos) {
+      std::vector<algoritmos::Casador> cas;
+      int kIda = 0;
+      bool volta = false;
+      for (const std::string& n : nomes) {
+        tvm::ISTR nenhuma(0, nullptr);
+        cas.push_back(algoritmos::criaCasador(n, nenhuma));
+        ASSERT_TRUE(cas.back().dasPasses) << n;
+        kIda = std::max(kIda, cas.back().kIda);
+        volta = volta || cas.back().volta;
+      }
+      const Passes p = calculaPasses(a, b, kIda, volta);
+      for (const algoritmos::Casador& c : cas) {
+        SCOPED_TRACE(c.nome + " de " + testing::PrintToString(nomes) + ", " + std::to_string(a.rows) + "x" +
+                     std::to_string(b.rows) + (a.type() == CV_8U ? " binarios" : " float"));
+        std::vector<cv::DMatch> sozinho, juntos;
+        // A failure (the ratio test on no lists at all) must be the same failure.
+        const std::string falha = teste::mensagemDe([&] { sozinho = c.casa(a, b); });
+        ASSERT_EQ(teste::mensagemDe([&] { juntos = c.dasPasses(p); }), falha);
+        ASSERT_EQ(juntos.size(), sozinho.size());
+        for (size_t i = 0; i < juntos.size(); ++i) {
+          EXPECT_EQ(juntos[i].queryIdx, sozinho[i].queryIdx) << i;
+          EXPECT_EQ(juntos[i].trainIdx, sozinho[i].trainIdx) << i;
+          EXPECT_EQ(juntos[i].distance, sozinho[i].distance) << i;
+        }
+      }
+    }
 }
 
 }  // namespace
