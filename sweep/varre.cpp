@@ -201,6 +201,7 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const 
     falhaPasses = capturaFalha([&] { passes = calculaPasses(a.linhas, b.linhas, kIda, volta); });
     segundosPasses = segundosDesde(t0);
   }
+  bool primeiraLinha = true;  // the one that counts the repeatability's time
   for (const Casador& cas : p.casadores) {
     const std::string c = chave(s, k, det, des, cas);
     auto t0 = Relogio::now();
@@ -254,7 +255,8 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const 
         o.curvas += c + "," + std::to_string(i + 1) + "," + numero("%.9g", curva[i].umMenosPrecisao) + "," +
                     (curva[i].recall < 0 ? std::string("NA") : numero("%.9g", curva[i].recall)) + "\n";
     }
-    const double segundosMedida = segundosDesde(t0) + rep.segundos;
+    const double segundosMedida = segundosDesde(t0) + (primeiraLinha ? rep.segundos : 0.0);
+    primeiraLinha = false;
     o.tempos += c + "," + numero("%.4f", a.segundosDetecao + b.segundosDetecao) + "," +
                 numero("%.4f", a.segundosDescricao + b.segundosDescricao) + "," + numero("%.4f", segundosCasamento) +
                 "," + numero("%.4f", segundosMedida) + "\n";
@@ -342,7 +344,17 @@ void medePar(const Plano& p, const datasets::Sequencia& s, const Sequencia& q, c
     return;
   }
   const bool comCurva = s.nome == p.curvaSequencia && k + 1 == p.curvaVista;
-  mede(parte, p, s, k + 1, det, des, a, b, q.imagens[0].pixels, q.imagens[k].pixels, q.geometrias[k], rep,
+  // The repeatability of a detected pair is computed once per detector: its
+  // time goes to the rows of the detector's first descriptor only. KeyRand's
+  // pairs are drawn, and measured, by every unit.
+  Repeticao contada = rep;
+  if (!det.aleatorio)
+    for (const Descritor& e : p.descritores)
+      if (algoritmos::parLegal(det.nome, e.nome)) {
+        if (&e != &des) contada.segundos = 0;
+        break;
+      }
+  mede(parte, p, s, k + 1, det, des, a, b, q.imagens[0].pixels, q.imagens[k].pixels, q.geometrias[k], contada,
        comCurva);
 }
 
