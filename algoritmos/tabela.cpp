@@ -231,14 +231,22 @@ Casador criaNN(tvm::ISTR& op) {
   return c;
 }
 
+// MatRatio stops on a store with fewer than two rows, where no ratio exists;
+// in a sweep, an image with no described keypoint or one has no match.
 Casador criaRatio(tvm::ISTR& op) {
   const OpcoesRatio opcoes = leOpcoesRatio(op);
   Casador c;
   c.nome = "ratio";
-  c.casa = [opcoes](const cv::Mat& a, const cv::Mat& b) { return selecionaRatio(casa2NN(a, b, opcoes.busca), opcoes); };
+  c.casa = [opcoes](const cv::Mat& a, const cv::Mat& b) {
+    if (a.empty() || b.rows < 2) return std::vector<cv::DMatch>();
+    return selecionaRatio(casa2NN(a, b, opcoes.busca), opcoes);
+  };
   if (opcoes.busca == Busca::brute) {
     c.kIda = 2;
-    c.dasPasses = [opcoes](const Passes& p) { return selecionaRatio(doisNNDe(p), opcoes); };
+    c.dasPasses = [opcoes](const Passes& p) {
+      if (p.linhas1 == 0 || p.linhas2 < 2) return std::vector<cv::DMatch>();
+      return selecionaRatio(doisNNDe(p), opcoes);
+    };
   }
   return c;
 }

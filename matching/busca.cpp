@@ -122,6 +122,8 @@ Passes calculaPasses(const cv::Mat& descritores1, const cv::Mat& descritores2, i
   Passes p;
   p.kIda = kIda;
   p.temVolta = volta;
+  p.linhas1 = descritores1.rows;
+  p.linhas2 = descritores2.rows;
   if (kIda > 0) p.ida = passe(descritores1, descritores2, kIda);
   if (volta) p.volta = passe(descritores2, descritores1, 1);
   return p;

@@ -76,6 +76,7 @@ struct Passes {
   std::vector<std::vector<cv::DMatch>> ida, volta;
   int kIda = 0;           // 0: no forward pass
   bool temVolta = false;
+  int linhas1 = 0, linhas2 = 0;  // rows of the two stores
 };
 
 // Stops, as the matchers do, on stores of different element types.
