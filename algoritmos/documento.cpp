@@ -22,7 +22,13 @@ std::string memoria(double porPixel) {
   return std::to_string(static_cast<int>(std::lround(porPixel)));
 }
 
-std::string ou(const char* texto) { return texto ? texto : "-"; }
+// The descriptor its default build computes in the same pass, as a sweep
+// would use it.
+std::string umaPassada(const LinhaDetector& l) {
+  tvm::ISTR nenhuma(0, nullptr);
+  const std::string d = l.cria(nenhuma).descreveComo;
+  return d.empty() ? "-" : d;
+}
 
 }  // namespace
 
@@ -34,7 +40,7 @@ std::string tabelaMarkdown() {
     r += std::string("| ") + l.nome + " | " + l.ferramenta + " | " + opcoes(l.opcoes) + " | " +
          keypoints::nomeConvencao(l.escreve) + " | " + l.regiao + " | " + memoria(l.bytesPorPixel) +
          (l.bytesFixos > 0 ? " + " + std::to_string(static_cast<int>(l.bytesFixos / 1e6)) + " MB" : "") + " | " +
-         ou(l.umaPassada) + " |\n";
+         umaPassada(l) + " |\n";
   r += "\n| des= | tool | options (defaults) | row | element/norm | angle read | angle written | bytes/pixel | keypoints of "
        "|\n|---|---|---|---|---|---|---|---|---|\n";
   for (const LinhaDescritor& l : descritores())

@@ -96,7 +96,6 @@ struct LinhaDetector {
   keypoints::Convencao escreve;
   const char* regiao;      // what a keypoint's size is, in the image
   double bytesPorPixel;    // peak memory of a run with default options, over the program's base
-  const char* umaPassada;  // the descriptor computed in the same pass, or nullptr
   std::function<Detector(tvm::ISTR& opcoes)> cria;
   Ferramenta propria;      // its hand-written tool; nullptr: the row tool (ferramentas.cpp)
   tvm::Heap heap = tvm::Heap::comoVem;  // the memory lever that pays for its tool
