@@ -32,11 +32,8 @@ void leTransformacao(const std::string& mat33, cv::Matx33d& H, cv::Matx33d& Hinv
 
 Geometria leGeometria(const std::string& img1, const std::string& img2, const std::string& mat33) {
   Geometria g;
-  cv::Mat_<uchar> a, b;
-  tvm::le(a, img1);
-  tvm::le(b, img2);
-  g.img1 = a.size();
-  g.img2 = b.size();
+  g.img1 = tvm::tamanho(img1);
+  g.img2 = tvm::tamanho(img2);
   leTransformacao(mat33, g.H, g.Hinv);
   return g;
 }

@@ -8,6 +8,7 @@
 
 #include <cctype>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 #include <vector>
 
@@ -125,6 +126,94 @@ bool lePxm(FILE* f, bool cor, cv::Mat& out, Dimensoes& declaradas) {
     }
   }
   out = imagem;
+  return true;
+}
+
+namespace {
+
+uint32_t be32(const unsigned char* b) { return uint32_t(b[0]) << 24 | uint32_t(b[1]) << 16 | uint32_t(b[2]) << 8 | b[3]; }
+
+// IHDR comes first; the other chunks are skipped by their lengths, looking
+// only for eXIf, which imread obeys wherever it sits.
+bool tamanhoPng(FILE* f, Dimensoes& d) {
+  unsigned char b[8 + 8 + 8];
+  if (std::fread(b, 1, sizeof b, f) != sizeof b || be32(b + 8) != 13 || std::memcmp(b + 12, "IHDR", 4) != 0)
+    return false;
+  d = {be32(b + 16), be32(b + 20)};
+  if (std::fseek(f, 13 - 8 + 4, SEEK_CUR) != 0) return false;  // the rest of IHDR and its CRC
+  while (std::fread(b, 1, 8, f) == 8) {
+    if (std::memcmp(b + 4, "eXIf", 4) == 0) return false;
+    if (std::memcmp(b + 4, "IEND", 4) == 0) break;
+    if (std::fseek(f, long(be32(b)) + 4, SEEK_CUR) != 0) break;
+  }
+  return true;
+}
+
+// The markers up to the scan: the frame header gives the size, an Exif APP1
+// segment anywhere before the scan sends the file to imread. Anything
+// unusual (a second frame, a height left to a DNL marker) does too.
+bool tamanhoJpeg(FILE* f, Dimensoes& d) {
+  unsigned char b[8];
+  if (std::fread(b, 1, 2, f) != 2) return false;
+  bool quadro = false;
+  for (;;) {
+    int c = std::getc(f);
+    if (c != 0xFF) return quadro && c == EOF;
+    while (c == 0xFF) c = std::getc(f);
+    if (c == EOF) return quadro;
+    if (c == 0xD8 || c == 0x00) return false;
+    if (c == 0x01 || (c >= 0xD0 && c <= 0xD7)) continue;
+    if (std::fread(b, 1, 2, f) != 2) return quadro;
+    const long comprimento = long(b[0]) << 8 | b[1];
+    if (comprimento < 2) return false;
+    if (c == 0xDA) return quadro;
+    long lido = 0;
+    if (c == 0xE1) {
+      lido = long(std::fread(b, 1, 6, f));
+      if (lido == 6 && comprimento >= 8 && std::memcmp(b, "Exif\0\0", 6) == 0) return false;
+    } else if (c >= 0xC0 && c <= 0xCF && c != 0xC4 && c != 0xC8 && c != 0xCC) {
+      if (quadro || std::fread(b, 1, 5, f) != 5) return false;
+      lido = 5;
+      d = {static_cast<unsigned long>(b[3] << 8 | b[4]), static_cast<unsigned long>(b[1] << 8 | b[2])};
+      if (d.altura == 0) return false;
+      quadro = true;
+    }
+    if (std::fseek(f, comprimento - 2 - lido, SEEK_CUR) != 0) return quadro;
+  }
+}
+
+// P2/P3/P5/P6: width, height and maxval, read as lePxm reads them.
+bool tamanhoPxm(FILE* f, Dimensoes& d) {
+  char assinatura[2];
+  if (std::fread(assinatura, 1, 2, f) != 2 || assinatura[0] != 'P' || assinatura[1] == 0 ||
+      !std::strchr("2356", assinatura[1]))
+    return false;
+  LeitorPxm leitor(f);
+  int largura = 0, altura = 0, maximo = 0;
+  if (!leitor.numero(largura) || !leitor.numero(altura) || !leitor.numero(maximo)) return false;
+  d = {static_cast<unsigned long>(largura), static_cast<unsigned long>(altura)};
+  return maximo > 0 && maximo <= 65535;
+}
+
+}  // namespace
+
+bool tamanhoDireto(const std::string& file, cv::Size& tamanho) {
+  Arquivo f(file, "rb");
+  if (!f) return false;
+  unsigned char inicio[8] = {};
+  const size_t lidos = std::fread(inicio, 1, sizeof inicio, f.get());
+  if (std::fseek(f.get(), 0, SEEK_SET) != 0) return false;
+  static const unsigned char png[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+  Dimensoes d, aceitas;
+  bool ok = false;
+  if (lidos == 8 && std::memcmp(inicio, png, 8) == 0)
+    ok = tamanhoPng(f.get(), d);
+  else if (lidos >= 3 && inicio[0] == 0xFF && inicio[1] == 0xD8 && inicio[2] == 0xFF)
+    ok = tamanhoJpeg(f.get(), d);
+  else if (lidos >= 3 && inicio[0] == 'P' && std::isspace(inicio[2]))
+    ok = tamanhoPxm(f.get(), d);
+  if (!ok || !tamanhoAceito(d.largura, d.altura, aceitas)) return false;
+  tamanho = cv::Size(static_cast<int>(d.largura), static_cast<int>(d.altura));
   return true;
 }
 

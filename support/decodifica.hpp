@@ -26,6 +26,13 @@ namespace tvm {
 // before anything is allocated.
 bool decodificaDireto(const std::string& file, int modo, cv::Mat& out);
 
+// The size imread would give `file`, from its header alone: PNG's IHDR,
+// JPEG's frame header, PGM/PPM's first numbers. False for any other format,
+// an Exif orientation (imread would turn the image), or a size the decoders
+// refuse, and the caller decodes the whole image instead. The pixel data is
+// not read, so a file damaged after its header still gives its size.
+bool tamanhoDireto(const std::string& file, cv::Size& tamanho);
+
 // Encodes an 8-bit grey or BGR image as PNG with the settings imwrite uses by
 // default, into `bytes`; false if the image has another type.
 bool codificaPng(const cv::Mat& image, std::vector<uchar>& bytes);

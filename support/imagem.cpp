@@ -44,6 +44,12 @@ void le(cv::Mat_<uchar>& image, const std::string& file) { image = leArquivo(fil
 
 void le(cv::Mat_<cv::Vec3b>& image, const std::string& file) { image = leArquivo(file, cv::IMREAD_COLOR); }
 
+cv::Size tamanho(const std::string& file) {
+  cv::Size s;
+  if (tamanhoDireto(file, s)) return s;
+  return leArquivo(file, cv::IMREAD_GRAYSCALE).size();
+}
+
 void imp(const cv::Mat_<cv::Vec3b>& image, const std::string& file) {
   SaidaSegura saida(file);
   imp(image, saida);

@@ -20,6 +20,10 @@ namespace tvm {
 void le(cv::Mat_<uchar>& image, const std::string& file);
 void le(cv::Mat_<cv::Vec3b>& image, const std::string& file);
 
+// The size tvm::le would give, read from the header where the format allows
+// (support/decodifica.hpp), for tools that need an image's size only.
+cv::Size tamanho(const std::string& file);
+
 // Write a colour image; the format follows the extension (PNG is written
 // without loading the codec plug-in). The file appears whole or not at all.
 void imp(const cv::Mat_<cv::Vec3b>& image, const std::string& file);

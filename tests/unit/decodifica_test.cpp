@@ -193,6 +193,25 @@ TEST_P(Decodifica, SamePixelsAsImreadOrRefused) {
   };
   confere(cv::Mat_<uchar>(), cv::IMREAD_GRAYSCALE);
   confere(cv::Mat_<cv::Vec3b>(), cv::IMREAD_COLOR);
+
+  // The size from the header is imread's, Exif turns included; a file broken
+  // past its header still gives its declared size, one broken before has none.
+  const cv::Mat inteira = imreadOuVazia(arquivo, cv::IMREAD_GRAYSCALE);
+  cv::Size doCabecalho;
+  const bool direto = tvm::tamanhoDireto(arquivo, doCabecalho);
+  if (caso.direto) {
+    EXPECT_TRUE(direto && doCabecalho == inteira.size());
+  }
+  if (std::string(caso.nome).find("trunca") != std::string::npos) {
+    EXPECT_EQ(doCabecalho, cv::Size(kColunas, kLinhas));
+  }
+  if (!inteira.empty()) {
+    EXPECT_EQ(tvm::tamanho(arquivo), inteira.size());
+  } else if (direto) {
+    EXPECT_EQ(tvm::tamanho(arquivo), doCabecalho);
+  } else {
+    EXPECT_THROW(tvm::tamanho(arquivo), tvm::Erro);
+  }
   cv::Mat m;
   EXPECT_FALSE(tvm::decodificaDireto(arquivo, cv::IMREAD_UNCHANGED, m));  // only grey and colour
 }
