@@ -2,11 +2,13 @@
 // store input and output in a tool's run: median of five reads, and of five
 // writes of what was read into a scratch file beside /tmp.
 //
-//   es_stores arquivo...   (stores .xml/.yml[.gz]; match files .txt)
-// prints per file: "<arquivo> <leitura ms> <escrita ms>"
+//   es_stores arquivo...   (stores .xml/.yml[.gz]; match files .txt; images .png/.bmp)
+// prints per file: "<arquivo> <leitura ms> <escrita ms>"; for an image, the
+// size from its header and the whole decode instead.
 #include "formats/match_file.hpp"
 #include "formats/stores.hpp"
 #include "support/erro.hpp"
+#include "support/imagem.hpp"
 
 #include <unistd.h>
 
@@ -44,7 +46,11 @@ std::string rascunho(const std::string& arquivo) {
 void mede(const std::string& arquivo) {
   const std::string saida = rascunho(arquivo);
   double le = 0, grava = 0;
-  if (terminaCom(arquivo, ".txt")) {
+  if (terminaCom(arquivo, ".png") || terminaCom(arquivo, ".bmp")) {
+    cv::Mat_<uchar> imagem;
+    le = medianaMs([&] { tvm::tamanho(arquivo); });
+    grava = medianaMs([&] { tvm::le(imagem, arquivo); });
+  } else if (terminaCom(arquivo, ".txt")) {
     std::vector<cv::DMatch> m;
     std::vector<cv::KeyPoint> k1, k2;
     le = medianaMs([&] { formats::leMatch(m, k1, k2, arquivo); });
