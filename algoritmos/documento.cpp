@@ -51,6 +51,10 @@ std::string tabelaMarkdown() {
   r += "\n| mat= | tool | options (defaults) |\n|---|---|---|\n";
   for (const LinhaCasador& l : casadores())
     r += std::string("| ") + l.nome + " | " + l.ferramenta + " | " + opcoes(l.opcoes) + " |\n";
+  r += "\n| Varre | ARG | reads |\n|---|---|---|\n";
+  for (const LinhaFonte& l : fontes())
+    r += std::string("| `") + l.chave + "=" + (std::string(l.chave) == "ext" ? "" : std::string(l.nome) + ":") +
+         "ARG` | " + l.argumento + " | " + l.layout + " |\n";
   return r;
 }
 

@@ -444,6 +444,7 @@ Casador criaCasador(const std::string& nome, tvm::ISTR& op) {
 }
 
 bool parLegal(const std::string& det, const std::string& des) {
+  if (ehFonte(det) || ehFonte(des)) return det == des;
   const LinhaDescritor* l = descritor(des);
   if (l == nullptr) return false;
   if (l->soDe == nullptr) return true;

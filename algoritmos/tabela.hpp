@@ -20,6 +20,7 @@
 // between them, and KeyAngulo does it between single tools.
 #pragma once
 
+#include "formats/externos.hpp"
 #include "keypoints/convencao.hpp"
 #include "keypoints/key_rand.hpp"
 #include "matching/busca.hpp"
@@ -64,6 +65,15 @@ struct Detector {
   bool aleatorio = false;
   int nRand = 1000;
   keypoints::ParamRand rand;
+  // Features another program wrote (feat=): read, not computed, from an
+  // image's path and its name in the dataset. Null for the detectors above.
+  std::function<formats::Caracteristicas(const std::string& caminho, const std::string& nome)> deArquivo;
+  // A pair's keypoints and matches read together (mat=npz:), per image pair.
+  std::function<formats::CasamentosDados(const std::string& caminho1, const std::string& caminho2)> dePar;
+  // The files read for image `caminho` of a sequence whose image 1 is
+  // `caminho1` (pair sources: those of the pair 1-caminho), whose sizes and
+  // times sign a sweep's units: a changed file is measured again.
+  std::function<std::vector<std::string>(const std::string& caminho1, const std::string& caminho)> arquivos;
 };
 
 // A descriptor built from its option words.
@@ -86,7 +96,46 @@ struct Casador {
   int kIda = 0;
   bool volta = false;
   std::function<std::vector<cv::DMatch>(const Passes&)> dasPasses;
+  // Matches another program wrote (mat=h5:, mat=npz:), taken as they are:
+  // those of a file by the images' names and keypoint counts, or (`dados`)
+  // those read with the pair's keypoints by the detector `soCom`.
+  std::function<std::vector<cv::DMatch>(const std::string& nome1, const std::string& nome2, size_t n1, size_t n2)>
+      doArquivo;
+  bool dados = false;
+  std::string soCom;  // the detectors it serves: a name, or "h5:" for every one of that kind
+  std::vector<std::string> arquivos;  // the files it reads, for the units' signatures
 };
+
+// Sources of features and matches from other programs' files: Varre's
+// feat=TIPO:ARG and mat=TIPO:ARG (and ext=COMANDO). Each builds what the
+// sweep runs: a detector that reads keypoints and rows (and the descriptor
+// of the same name that takes them as they are), or a matcher that reads
+// matches (formats/externos.hpp has the layouts).
+struct OpcoesFontes {
+  float tamanho = formats::kTamanhoPadrao;  // keypoints without a size
+  int topk = 0;                             // > 0: the k best by score per image
+  std::string saida;                        // the sweep's folder (ext= keeps its outputs there)
+};
+struct Fonte {
+  Detector detector;
+  Descritor descritor;
+  Casador casador;
+  bool comCaracteristicas = false, comCasamentos = false;
+};
+struct LinhaFonte {
+  const char* nome;       // the TIPO of TIPO:ARG
+  const char* chave;      // "feat", "mat" or "ext"
+  const char* argumento;  // what ARG is
+  const char* layout;     // the layout read
+  std::function<Fonte(const std::string& argumento, const OpcoesFontes& opcoes)> cria;
+};
+const std::vector<LinhaFonte>& fontes();
+// The source of `chave` named TIPO:ARG (`texto`); stops on an unknown TIPO.
+Fonte criaFonte(const std::string& chave, const std::string& texto, const OpcoesFontes& opcoes);
+// Whether a name is a source's (it holds a ':').
+bool ehFonte(const std::string& nome);
+// Whether matcher `cas` gives rows to the units of detector `det`.
+bool casadorServe(const Casador& cas, const Detector& det);
 
 struct LinhaDetector {
   const char* nome;        // det=nome
@@ -160,7 +209,8 @@ Detector criaDetector(const std::string& nome, tvm::ISTR& opcoes);
 Descritor criaDescritor(const std::string& nome, tvm::ISTR& opcoes);
 Casador criaCasador(const std::string& nome, tvm::ISTR& opcoes);
 
-// Whether the descriptor `des` can describe the keypoints of detector `det`.
+// Whether the descriptor `des` can describe the keypoints of detector `det`
+// (a source's descriptor only its own detector's).
 bool parLegal(const std::string& det, const std::string& des);
 
 // The convention of angles a tool writes (escrita) or reads, by the tool's

@@ -1,5 +1,6 @@
 #include "formats/match_file.hpp"
 
+#include "formats/externos.hpp"
 #include "formats/leitura_rapida.hpp"
 #include "support/arquivos.hpp"
 #include "support/erro.hpp"
@@ -86,6 +87,16 @@ void impMatch(const std::vector<cv::DMatch>& matches, const std::vector<cv::KeyP
 
 void leMatch(std::vector<cv::DMatch>& matches, std::vector<cv::KeyPoint>& keypoints1,
              std::vector<cv::KeyPoint>& keypoints2, const std::string& fileName) {
+  if (ehExterno(fileName)) {
+    const CasamentosDados c = leCasamentosExternos(fileName);
+    matches.clear(), keypoints1.clear(), keypoints2.clear();
+    for (const cv::DMatch& m : c.casamentos) {
+      matches.emplace_back(static_cast<int>(matches.size()), static_cast<int>(matches.size()), m.distance);
+      keypoints1.push_back(c.k1[m.queryIdx]);
+      keypoints2.push_back(c.k2[m.trainIdx]);
+    }
+    return;
+  }
   if (!leMatchRapido(fileName, matches, keypoints1, keypoints2))
     leMatchFscanf(matches, keypoints1, keypoints2, fileName);
 }

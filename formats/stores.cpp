@@ -1,5 +1,6 @@
 #include "formats/stores.hpp"
 
+#include "formats/externos.hpp"
 #include "formats/forma_opencv.hpp"
 #include "formats/leitura_rapida.hpp"
 #include "support/arquivos.hpp"
@@ -252,12 +253,20 @@ void leStore(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::
 }  // namespace
 
 std::vector<cv::KeyPoint> leKeyPoints(const std::string& file) {
+  if (ehExterno(file)) return leCaracteristicasExternas(file).keypoints;
   std::vector<cv::KeyPoint> keypoints;
   leStore(file, keypoints, nullptr);
   return keypoints;
 }
 
 void leDescritores(const std::string& file, std::vector<cv::KeyPoint>& keypoints, cv::Mat& descriptors) {
+  if (ehExterno(file)) {
+    Caracteristicas c = leCaracteristicasExternas(file);
+    if (c.descritores.empty()) tvm::erro("Erro: descritores ausentes em ", file);
+    keypoints = std::move(c.keypoints);
+    descriptors = c.descritores;
+    return;
+  }
   leStore(file, keypoints, &descriptors);
 }
 

@@ -41,7 +41,11 @@ void estilo(int i) {
 void desenhaEm(const Figura& f, const char* dispositivo, const std::string& arquivo) {
   const std::vector<std::string> legenda = rotulos(f);
   const int n = static_cast<int>(f.paineis.size());
-  const int largura = kLargura * n + kLegenda;
+  // The legend widens for long names (a source's, "h5:feats-superpoint.h5"):
+  // about 20 pixels a character, PLplot's gap before the text included.
+  size_t maisLongo = 0;
+  for (const std::string& r : legenda) maisLongo = std::max(maisLongo, r.size());
+  const int largura = kLargura * n + std::max(kLegenda, 100 + 20 * static_cast<int>(maisLongo));
   PLINT antigo = 0, novo = 0;
   plgstrm(&antigo);
   plmkstrm(&novo);
@@ -59,7 +63,7 @@ void desenhaEm(const Figura& f, const char* dispositivo, const std::string& arqu
   for (int k = 0; k < n; ++k) {
     const Painel& p = f.paineis[k];
     const double x0 = fimPaineis * k / n, x1 = fimPaineis * (k + 1) / n;
-    plvpor(x0 + 0.12 * (x1 - x0), x1 - 0.02 * (x1 - x0), 0.14, 0.84);
+    plvpor(x0 + 0.12 * (x1 - x0), x1 - 0.02 * (x1 - x0), 0.14, 0.78);
     plwind(p.xMin, p.xMax, p.yMin, p.yMax);
     plcol0(1);
     pllsty(1);
@@ -83,7 +87,7 @@ void desenhaEm(const Figura& f, const char* dispositivo, const std::string& arqu
   plwind(0, 1, 0, 1);
   plcol0(1);
   plschr(0, 0.95);
-  plmtex("t", -1.6, 0.5 * fimPaineis, 0.5, f.titulo.c_str());
+  plmtex("t", -1.2, 0.5 * fimPaineis, 0.5, f.titulo.c_str());
   plschr(0, 0.75);
   if (!legenda.empty()) {
     const int m = static_cast<int>(legenda.size());
@@ -96,7 +100,7 @@ void desenhaEm(const Figura& f, const char* dispositivo, const std::string& arqu
       textos[i] = legenda[i].c_str();
     }
     PLFLT w = 0, h = 0;
-    plvpor(fimPaineis, 1, 0.14, 0.84);
+    plvpor(fimPaineis, 1, 0.14, 0.78);
     plwind(0, 1, 0, 1);
     pllegend(&w, &h, PL_LEGEND_BACKGROUND | PL_LEGEND_BOUNDING_BOX,
              PL_POSITION_LEFT | PL_POSITION_TOP | PL_POSITION_INSIDE, 0.02, 0.0, 0.12, 0, 1, 1, 0, 0, m, opcoes.data(),
@@ -135,12 +139,25 @@ std::string desenhaEmBytes(const Figura& f, const char* dispositivo, const std::
 
 }  // namespace
 
-void desenha(const Figura& f, const std::string& base) {
+namespace {
+
+void confere(const Figura& f, const std::string& base) {
   if (f.paineis.empty()) tvm::erro("Erro: grafico sem paineis ", base);
   for (const Painel& p : f.paineis)
     if (!(std::isfinite(p.xMin) && std::isfinite(p.xMax) && std::isfinite(p.yMin) && std::isfinite(p.yMax)) ||
         !(p.xMax > p.xMin) || !(p.yMax > p.yMin))
       tvm::erro("Erro: eixos invalidos no grafico ", base);
+}
+
+}  // namespace
+
+std::string emSvg(const Figura& f, const std::string& nome) {
+  confere(f, nome);
+  return desenhaEmBytes(f, "svgcairo", nome);
+}
+
+void desenha(const Figura& f, const std::string& base) {
+  confere(f, base);
   tvm::SaidaSegura png(base + ".png"), svg(base + ".svg");
   png.escreve(desenhaEmBytes(f, "pngcairo", base + ".png"));
   svg.escreve(desenhaEmBytes(f, "svgcairo", base + ".svg"));

@@ -32,4 +32,7 @@ struct Figura {
 // point that is not finite is left out of its line.
 void desenha(const Figura& f, const std::string& base);
 
+// The figure as SVG text, for a page that holds it (`nome` names it in messages).
+std::string emSvg(const Figura& f, const std::string& nome);
+
 }  // namespace plots

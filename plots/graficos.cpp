@@ -45,8 +45,12 @@ struct Soma {
   }
 };
 
+// "detector/descriptor/matcher"; a detector that is its own descriptor (a
+// feature file's) once.
 std::string configuracao(const std::vector<std::string>& l, const Colunas& c) {
-  return l[c["detector"]] + "/" + l[c["descriptor"]] + "/" + l[c["matcher"]];
+  const std::string& det = l[c["detector"]];
+  const std::string& des = l[c["descriptor"]];
+  return (det == des && det.find(':') != std::string::npos ? det : det + "/" + des) + "/" + l[c["matcher"]];
 }
 
 // View k of a pair written "1-k"; 0 when the text is not such a pair.

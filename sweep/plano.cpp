@@ -51,11 +51,16 @@ bool contem(const std::vector<std::string>& v, const std::string& x) {
 
 }  // namespace
 
+const std::vector<std::string> kForaD2Net = {"i_contruction", "i_crownnight", "i_dc",     "i_pencils",
+                                             "i_whitebuilding", "v_artisans",   "v_astronautis", "v_talent"};
+
 Plano lePlano(int argc, char** argv) {
   Plano p;
   p.dataset = argv[1];
   p.saida = argv[2];
-  std::vector<std::string> dets = {"sift"}, dess = {"sift"}, cass = {"nn"}, seqs;
+  p.fontes.saida = p.saida;
+  std::vector<std::string> dets = {"sift"}, dess = {"sift"}, cass = {"nn"}, seqs, fora, feats, exts, casFontes;
+  bool comDet = false, comDes = false, comMat = false;
   std::map<std::string, std::vector<std::string>> opcoes;  // per algorithm name
   std::string curva;
   for (int i = 3; i < argc; ++i) {
@@ -72,10 +77,34 @@ Plano lePlano(int argc, char** argv) {
     if (igual == std::string::npos) tvm::erro("Erro: Argumento invalido ", palavra);
     if (chave == "det") {
       dets = separaLista(tvm::minuscula(valor));
+      comDet = true;
     } else if (chave == "des") {
       dess = separaLista(tvm::minuscula(valor));
+      comDes = true;
     } else if (chave == "mat") {
-      cass = separaLista(tvm::minuscula(valor));
+      // Table names in any case; a source's TIPO:ARG keeps its path as given.
+      cass.clear();
+      comMat = true;
+      for (const std::string& nome : separaLista(valor))
+        (algoritmos::ehFonte(nome) ? casFontes : cass).push_back(algoritmos::ehFonte(nome) ? nome : tvm::minuscula(nome));
+    } else if (chave == "feat") {
+      for (const std::string& f : separaLista(valor)) feats.push_back(f);
+    } else if (chave == "ext") {
+      exts.push_back(valor);
+    } else if (chave == "tamanho") {
+      double tamanho = 0;
+      tvm::convArg(tamanho, valor);
+      if (!(tamanho > 0 && tamanho < 1e6)) tvm::erro("Erro: tamanho fora do intervalo");
+      p.fontes.tamanho = static_cast<float>(tamanho);
+    } else if (chave == "topk") {
+      tvm::convArg(p.fontes.topk, valor);
+      if (p.fontes.topk < 1) tvm::erro("Erro: topk fora do intervalo");
+    } else if (chave == "fora") {
+      for (const std::string& f : separaLista(valor))
+        if (f == "d2net")
+          fora.insert(fora.end(), kForaD2Net.begin(), kForaD2Net.end());
+        else
+          fora.push_back(f);
     } else if (chave == "seq") {
       seqs = separaLista(valor);
     } else if (chave == "threads") {
@@ -116,7 +145,13 @@ Plano lePlano(int argc, char** argv) {
   if (!p.fatiada)
     p.fatiada = fatiaDoSlurm(std::getenv("SLURM_ARRAY_TASK_ID"), std::getenv("SLURM_ARRAY_TASK_COUNT"),
                              std::getenv("SLURM_ARRAY_TASK_MIN"), p.fatia);
-  if (dets.empty() || dess.empty() || cass.empty()) tvm::erro("Erro: lista vazia em det=, des= ou mat=");
+  // Sources replace the default SIFT; a list given empty is an error.
+  const bool comFontes = !feats.empty() || !exts.empty() || !casFontes.empty();
+  if (comFontes && !comDet) dets.clear();
+  if (comFontes && !comDes) dess.clear();
+  if ((comDet && dets.empty()) || (comDes && dess.empty()) || (comMat && cass.empty() && casFontes.empty()) ||
+      (dets.empty() && !comFontes))
+    tvm::erro("Erro: lista vazia em det=, des= ou mat=");
   // Options go to every algorithm of their name that takes options: a
   // descriptor that takes none (sift, surf) leaves "sift." words to the
   // detector, and a detector and a descriptor of one name share one list.
@@ -150,6 +185,28 @@ Plano lePlano(int argc, char** argv) {
     p.casadores.push_back(algoritmos::criaCasador(nome, in));
     p.opcoesCasadores += nome + "[" + junta(opcoes[nome]) + "] ";
   }
+  // Each source adds its detector and descriptor (features) or its matcher,
+  // signed by the whole text given, not only by its shorter name.
+  const auto poeFonte = [&](const char* chave, const std::string& texto) {
+    algoritmos::Fonte f = algoritmos::criaFonte(chave, texto, p.fontes);
+    if (f.comCaracteristicas) {
+      p.detectores.push_back(f.detector);
+      p.opcoesDetectores.push_back(std::string(chave) + "=" + texto);
+      p.descritores.push_back(f.descritor);
+      p.opcoesDescritores.push_back(f.descritor.nome);
+      dets.push_back(f.detector.nome);
+      dess.push_back(f.descritor.nome);
+    }
+    if (f.comCasamentos) {
+      p.casadores.push_back(f.casador);
+      p.opcoesCasadores += std::string(chave) + "=" + texto + " ";
+      cass.push_back(f.casador.nome);
+    }
+  };
+  for (const std::string& f : feats) poeFonte("feat", f);
+  for (const std::string& e : exts) poeFonte("ext", e);
+  for (const std::string& c : casFontes) poeFonte("mat", c);
+  if (p.casadores.empty()) tvm::erro("Erro: lista vazia em det=, des= ou mat=");
   for (const auto& lista : {dets, dess, cass})
     for (size_t i = 0; i < lista.size(); ++i)
       if (std::count(lista.begin(), lista.end(), lista[i]) > 1) tvm::erro("Erro: nome repetido na lista ", lista[i]);
@@ -163,11 +220,17 @@ Plano lePlano(int argc, char** argv) {
   if (!algumPar) tvm::erro("Erro: nenhum par detector+descritor possivel em det= e des=");
   for (const Detector& d : p.detectores)
     for (const Descritor& e : p.descritores)
-      if (!algoritmos::parLegal(d.nome, e.nome))
+      if (!algoritmos::ehFonte(d.nome) && !algoritmos::ehFonte(e.nome) && !algoritmos::parLegal(d.nome, e.nome))
         std::fprintf(stderr, "Aviso: %s so descreve keypoints de %s; o par %s+%s fica fora da varredura\n",
                      e.nome.c_str(), algoritmos::descritor(e.nome)->soDe, d.nome.c_str(), e.nome.c_str());
 
   p.sequencias = datasets::leDataset(p.dataset, seqs);
+  // fora= names that are not in the dataset are fine: d2net's list applies
+  // to HPatches as a whole, and to any part of it.
+  p.sequencias.erase(std::remove_if(p.sequencias.begin(), p.sequencias.end(),
+                                    [&](const datasets::Sequencia& s) { return contem(fora, s.nome); }),
+                     p.sequencias.end());
+  if (p.sequencias.empty()) tvm::erro("Erro: nenhuma sequencia fica depois de fora= em ", p.dataset);
   p.curvaSequencia = p.sequencias.front().nome;
   if (!curva.empty()) {
     const size_t doisPontos = curva.rfind(':');

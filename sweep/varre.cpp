@@ -6,6 +6,7 @@
 #include "support/arquivos.hpp"
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
+#include "support/processo.hpp"
 #include "sweep/fatias.hpp"
 #include "sweep/progresso.hpp"
 #include "sweep/tarefas.hpp"
@@ -66,6 +67,13 @@ std::string assinatura(const std::string& texto) {
   return s;
 }
 
+// An image's name as another program's files know it: its path under the
+// dataset's folder ("i_ajuntament/1.ppm"; "img1.png" for a lone sequence).
+std::string nomeNoDataset(const Plano& p, const std::string& caminho) {
+  const std::string pasta = p.dataset.back() == '/' ? p.dataset : p.dataset + "/";
+  return caminho.rfind(pasta, 0) == 0 ? caminho.substr(pasta.size()) : caminho;
+}
+
 // ---------------------------------------------------------------- a unit
 
 struct Imagem {
@@ -82,6 +90,7 @@ struct Geometria {
 struct Descricao {
   std::vector<cv::KeyPoint> keypoints;
   cv::Mat linhas;
+  std::vector<cv::DMatch> dados;  // a pair source's matches (image 1's side)
   int detectados = 0, descartados = 0;
   double segundosDetecao = 0, segundosDescricao = 0;
   std::string falha;
@@ -152,6 +161,7 @@ std::string chave(const datasets::Sequencia& s, int k, const Detector& det, cons
 
 void linhaFalha(Saidas& o, const datasets::Sequencia& s, int k, const Detector& det, const Descritor& des,
                 const Casador& cas, const std::string& falha) {
+  if (!algoritmos::casadorServe(cas, det)) return;
   const std::string c = chave(s, k, det, des, cas);
   const size_t virgula = c.find(',');
   std::string linha =
@@ -192,7 +202,7 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const 
   int kIda = 0;
   bool volta = false;
   for (const Casador& cas : p.casadores)
-    if (cas.dasPasses) kIda = std::max(kIda, cas.kIda), volta = volta || cas.volta;
+    if (cas.dasPasses && algoritmos::casadorServe(cas, det)) kIda = std::max(kIda, cas.kIda), volta = volta || cas.volta;
   Passes passes;
   std::string falhaPasses;
   double segundosPasses = 0;
@@ -203,12 +213,21 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const 
   }
   bool primeiraLinha = true;  // the one that counts the repeatability's time
   for (const Casador& cas : p.casadores) {
+    if (!algoritmos::casadorServe(cas, det)) continue;
     const std::string c = chave(s, k, det, des, cas);
     auto t0 = Relogio::now();
     std::vector<cv::DMatch> matches;
     std::string falha;
     double segundosCasamento = 0;
-    if (cas.dasPasses) {
+    if (cas.dados) {
+      matches = a.dados;
+    } else if (cas.doArquivo) {
+      falha = capturaFalha([&] {
+        matches = cas.doArquivo(nomeNoDataset(p, s.imagens[0]), nomeNoDataset(p, s.imagens[k - 1]),
+                                a.keypoints.size(), b.keypoints.size());
+      });
+      segundosCasamento = segundosDesde(t0);
+    } else if (cas.dasPasses) {
       falha = falhaPasses.empty() ? capturaFalha([&] { matches = cas.dasPasses(passes); }) : falhaPasses;
       segundosCasamento = segundosDesde(t0) + segundosPasses;
       segundosPasses = 0;
@@ -314,17 +333,24 @@ void leEntradas(const datasets::Sequencia& s, int k, Sequencia& q) {
 
 // Whether the detector's one-pass description serves a descriptor of the plan.
 bool descreveJunto(const Plano& p, const Detector& det) {
+  if (det.deArquivo) return true;
   if (!det.detectaEDescreve) return false;
   for (const Descritor& d : p.descritores)
     if (d.nome == det.descreveComo) return true;
   return false;
 }
 
-void detectaImagem(const Plano& p, const Detector& det, const Imagem& im, Descricao& d) {
+void detectaImagem(const Plano& p, const Detector& det, const Imagem& im, const std::string& caminho, Descricao& d) {
   d.falha = im.falha;
   if (!d.falha.empty()) return;
   const auto t0 = Relogio::now();
-  if (descreveJunto(p, det))
+  if (det.deArquivo)
+    d.falha = capturaFalha([&] {
+      formats::Caracteristicas c = det.deArquivo(caminho, nomeNoDataset(p, caminho));
+      d.keypoints = std::move(c.keypoints);
+      d.linhas = c.descritores;
+    });
+  else if (descreveJunto(p, det))
     d.falha = capturaFalha([&] { det.detectaEDescreve(im.pixels, d.keypoints, d.linhas); });
   else
     d.falha = capturaFalha([&] { d.keypoints = det.detecta(im.pixels); });
@@ -416,12 +442,14 @@ class Grafo {
     std::vector<std::vector<Tarefas::Id>> detectadas(p_.detectores.size()), repetidas(p_.detectores.size());
     const auto detecta = [&](int idet) {
       const Detector& det = p_.detectores[idet];
-      if (det.aleatorio || !detectadas[idet].empty()) return;
+      if (det.aleatorio || det.dePar || !detectadas[idet].empty()) return;
       sq->deteccoes[idet].resize(n);
       sq->repeticoes[idet].resize(n);
       for (int k = 0; k < n; ++k)
         detectadas[idet].push_back(t_.adiciona(
-            [this, &det, k, sq, idet] { detectaImagem(p_, det, sq->imagens[k], sq->deteccoes[idet][k]); },
+            [this, &ds, &det, k, sq, idet] {
+              detectaImagem(p_, det, sq->imagens[k], ds.imagens[k], sq->deteccoes[idet][k]);
+            },
             {lidas[k]}));
       repetidas[idet].resize(n, -1);
       for (int k = 1; k < n; ++k)
@@ -477,6 +505,30 @@ class Grafo {
                 medePar(p_, ds, *sq, det, des, e->a[k], e->b[k], e->falhas[k], e->repeticoesRand[k], k, e->partes[k]);
               },
               {ultimoSorteio_}));
+      } else if (det.dePar) {
+        // A pair source: each pair's keypoints and matches come from its file.
+        for (int k = 1; k < n; ++k)
+          pares.push_back(t_.adiciona(
+              [this, &ds, &det, &des, e, sq, k] {
+                e->falhas[k] = sq->falhaDoPar(k);
+                if (e->falhas[k].empty()) {
+                  const auto t0 = Relogio::now();
+                  e->falhas[k] = capturaFalha([&] {
+                    formats::CasamentosDados c = det.dePar(ds.imagens[0], ds.imagens[k]);
+                    e->a[k].keypoints = std::move(c.k1);
+                    e->b[k].keypoints = std::move(c.k2);
+                    e->a[k].dados = std::move(c.casamentos);
+                  });
+                  e->a[k].segundosDetecao = segundosDesde(t0);
+                  e->a[k].detectados = static_cast<int>(e->a[k].keypoints.size());
+                  e->b[k].detectados = static_cast<int>(e->b[k].keypoints.size());
+                }
+                if (e->falhas[k].empty())
+                  e->repeticoesRand[k] =
+                      repeticao(p_, e->a[k], e->b[k], sq->imagens[0].pixels, sq->imagens[k].pixels, sq->geometrias[k]);
+                medePar(p_, ds, *sq, det, des, e->a[k], e->b[k], e->falhas[k], e->repeticoesRand[k], k, e->partes[k]);
+              },
+              lidas));
       } else {
         const bool jaDescritas = descreveJunto(p_, det) && det.descreveComo == des.nome;
         std::vector<Tarefas::Id> descritas(n);
@@ -571,8 +623,22 @@ std::string arquivoUnidade(const Plano& p, const Unidade& u) {
                        numero("%.17g", p.medidas.px) + " " + numero("%.17g", p.medidas.ransac) + " " +
                        numero("%.17g", p.medidas.dist);
   if (s.nome == p.curvaSequencia) opcoes += "|curva " + std::to_string(p.curvaVista);
-  return "unidades/" + s.nome + "@" + p.detectores[u.detector].nome + "@" + p.descritores[u.descritor].nome + "@" +
-         assinatura(opcoes).substr(0, 12) + ".csv";
+  // Files of other programs: their sizes and times, so that a changed one
+  // makes its units anew.
+  const Detector& det = p.detectores[u.detector];
+  if (det.arquivos)
+    for (const std::string& imagem : s.imagens)
+      for (const std::string& a : det.arquivos(s.imagens[0], imagem)) opcoes += "|" + a + " " + tvm::marcaDoArquivo(a);
+  for (const Casador& cas : p.casadores)
+    if (algoritmos::casadorServe(cas, det))
+      for (const std::string& a : cas.arquivos) opcoes += "|" + a + " " + tvm::marcaDoArquivo(a);
+  if (algoritmos::ehFonte(det.nome)) opcoes += "|fontes " + numero("%.9g", p.fontes.tamanho) + " " +
+                                               std::to_string(p.fontes.topk);
+  // A source's name may hold a path's characters.
+  std::string nomes = det.nome + "@" + p.descritores[u.descritor].nome;
+  for (char& c : nomes)
+    if (c == '/' || c == ':' || c == ' ' || c == '\'') c = '_';
+  return "unidades/" + s.nome + "@" + nomes + "@" + assinatura(opcoes).substr(0, 12) + ".csv";
 }
 
 std::string assinaturaPlano(const Plano& p) {

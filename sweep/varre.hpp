@@ -64,6 +64,8 @@ struct Plano {
   std::vector<std::string> opcoesDetectores, opcoesDescritores;
   std::string opcoesCasadores;
   OpcoesMedidas medidas;
+  // Sources of features and matches from files (feat=, ext=, mat=TIPO:ARG).
+  algoritmos::OpcoesFontes fontes;
   int threads = 0;             // 0: OpenCV's choice
   std::string curvaSequencia;  // pair 1-curvaVista of this sequence gets curves
   int curvaVista = 2;
@@ -72,6 +74,10 @@ struct Plano {
   bool fatiada = false;
   Fatia fatia;
 };
+
+// D2-Net's evaluation leaves out these eight HPatches sequences, whose
+// images are the largest (fora=d2net).
+extern const std::vector<std::string> kForaD2Net;
 
 // Reads `Varre DATASET SAIDA [options]` (argv[0] the tool's name).
 Plano lePlano(int argc, char** argv);
@@ -96,6 +102,13 @@ struct Resumo {
 // Runs the plan: units not finished are computed, then the three tables are
 // rebuilt in SAIDA (a shard's in SAIDA/fatias, see fatias.hpp). Progress goes to stderr.
 Resumo varre(const Plano& p);
+
+// D2-Net's summary of a sweep (resultados.csv's text): per configuration and
+// for all pairs, then illumination and viewpoint pairs, the MMA at 1..10
+// pixels averaged over pairs (a pair without matches counts 0), the mean
+// keypoints per image and matches per pair. Written as mma.csv.
+std::string tabelaMMA(const std::string& resultadosCsv);
+extern const char* const kCabecalhoMMA;
 
 // The mean of each measure per configuration (and per kind of sequence when
 // the dataset names kinds), as text for the terminal.

@@ -2,6 +2,7 @@
 #include "sweep/varre.hpp"
 
 #include "algoritmos/tabela.hpp"
+#include "formats/csv.hpp"
 #include "plots/graficos.hpp"
 #include "support/erro.hpp"
 
@@ -17,6 +18,13 @@ void fechaComFalhas(int falhas, int unidades, const std::string& resultados) {
   std::printf("Unidades com falha: 0 de %d\n", unidades);
 }
 
+// D2-Net's summary beside the tables: mma.csv.
+void gravaMMA(const std::string& saida, const std::string& resultados) {
+  tvm::SaidaSegura arquivo(saida + "/mma.csv");
+  formats::escreveTexto(arquivo, sweep::tabelaMMA(resultados));
+  arquivo.confirma();
+}
+
 }  // namespace
 
 void Varre(int argc, char** argv) {
@@ -26,12 +34,16 @@ void Varre(int argc, char** argv) {
     tvm::falhaUso(
         {"Varre: Mede detectores x descritores x casamentos em todos os pares 1-k de um dataset",
          "Varre DATASET SAIDA [det=sift,...] [des=sift,...] [mat=nn,...] [seq=nome,...] [threads=N]",
-         "      [ALG.OPCAO=valor ...]",
+         "      [ALG.OPCAO=valor ...] [feat=npz:METODO|h5:ARQ,...] [ext='COMANDO {imagem} {saida}']",
+         "      [mat=h5:ARQ|npz:PASTA] [tamanho=10] [topk=K] [fora=seq,...|d2net]",
          "      [erro=40 | dist=val] [px=3 ransac=3 comum=ambas|opencv] [curva=SEQ:K] [graficos=1] [shard=i/n]",
          "  DATASET: pasta de sequencias (img1.ppm..,H1to2p.. ou 1.ppm..,H_1_2..) ou uma sequencia",
          det.c_str(), des.c_str(), mat.c_str(),
          "  ALG.OPCAO: opcao do algoritmo (quivelar Algoritmos lista todas), ex.: orb.nfeatures=1000 rihog.raio=30",
-         "  SAIDA: resultados.csv, tempos.csv, curvas.csv, graficos/; rodar de novo retoma o que faltou",
+         "  feat=: caracteristicas de outro programa (npz: <imagem>.METODO de D2-Net; h5: do hloc); ext=: um",
+         "    comando por imagem que escreve esse .npz; mat=h5:/npz: casamentos do hloc / do SuperGlue, como dados",
+         "  tamanho=: diametro de keypoints sem tamanho; topk=: os K de maior score; fora=d2net: as 8 do D2-Net",
+         "  SAIDA: resultados.csv, tempos.csv, curvas.csv, mma.csv, graficos/; rodar de novo retoma o que faltou",
          "  shard=i/n: so a fatia i (0 a n-1) das unidades, em SAIDA/fatias; sem shard=, a tarefa",
          "    SLURM_ARRAY_TASK_ID - SLURM_ARRAY_TASK_MIN de SLURM_ARRAY_TASK_COUNT; juntar com VarreJunta"});
   }
@@ -44,6 +56,7 @@ void Varre(int argc, char** argv) {
                 resultados.c_str(), r.unidades, r.refeitas);
   } else {
     std::fputs(sweep::tabelaResumo(resultados).c_str(), stdout);
+    gravaMMA(plano.saida, resultados);
     std::printf("Resultados: %s (%d unidades, %d calculadas agora)\n", resultados.c_str(), r.unidades, r.refeitas);
     if (plano.graficos) {
       plots::desenhaGraficos(resultados, plano.saida + "/curvas.csv", plano.saida + "/graficos");
@@ -63,6 +76,7 @@ void VarreJunta(int argc, char** argv) {
   const sweep::Juncao j = sweep::junta(saida);
   const std::string resultados = saida + "/resultados.csv";
   std::fputs(sweep::tabelaResumo(resultados).c_str(), stdout);
+  gravaMMA(saida, resultados);
   std::printf("Resultados: %s (%d fatias, %d unidades)\n", resultados.c_str(), j.fatias, j.unidades);
   if (j.graficos) {
     plots::desenhaGraficos(resultados, saida + "/curvas.csv", saida + "/graficos");

@@ -380,11 +380,8 @@ std::string executa(const Caso& caso) {
   return erro.empty() ? "" : caso.nome + " " + ::testing::PrintToString(caso.args) + ": " + erro + "stderr: " + e.err;
 }
 
-class Robustez : public ::testing::TestWithParam<Palavras> {};
-
-TEST_P(Robustez, TodaEntradaRuimTerminaLimpo) {
-  ::unsetenv("DISPLAY");  // no run may open a window
-  const std::vector<Caso> casos = casosDe(GetParam());
+// Runs every case on the machine's cores; the failures, one per case that failed.
+std::vector<std::string> executaTodos(const std::vector<Caso>& casos) {
   std::vector<std::string> falhas(casos.size());
   std::atomic<size_t> proximo{0};
   std::vector<std::thread> threads;
@@ -393,8 +390,70 @@ TEST_P(Robustez, TodaEntradaRuimTerminaLimpo) {
       for (size_t i = proximo++; i < casos.size(); i = proximo++) falhas[i] = executa(casos[i]);
     });
   for (std::thread& t : threads) t.join();
-  for (const std::string& f : falhas)
-    if (!f.empty()) ADD_FAILURE() << f;
+  falhas.erase(std::remove(falhas.begin(), falhas.end(), ""), falhas.end());
+  return falhas;
+}
+
+class Robustez : public ::testing::TestWithParam<Palavras> {};
+
+TEST_P(Robustez, TodaEntradaRuimTerminaLimpo) {
+  ::unsetenv("DISPLAY");  // no run may open a window
+  for (const std::string& f : executaTodos(casosDe(GetParam()))) ADD_FAILURE() << f;
+}
+
+// Other programs' files, hostile or broken, written by NumPy, h5py and
+// zipfile (tests/cli/hostis_gera.py), by name: z_* D2-Net features, f_*
+// hloc features, s_* SuperGlue matches; *_bom the good one of each kind.
+const std::map<std::string, std::string>& externos() {
+  static const std::map<std::string, std::string> arquivos = [] {
+    teste::PastaTemp p;
+    teste::Processo gera({"/usr/bin/python3", std::string(QUIVELAR_FONTE) + "/tests/cli/hostis_gera.py", p.caminho()});
+    gera.espera(120);
+    const teste::Execucao e = gera.fim();
+    EXPECT_EQ(e.status, 0) << e.err;
+    std::map<std::string, std::string> a;
+    for (const auto& f : std::filesystem::directory_iterator(p.caminho()))
+      a[f.path().filename().string()] = teste::leTexto(f.path().string());
+    return a;
+  }();
+  return arquivos;
+}
+
+TEST(Robustez, ArquivosDeOutrosProgramas) {
+  ::unsetenv("DISPLAY");
+  const struct {
+    Palavras args;
+    std::string entrada, prefixo;  // the input varied, and its files' prefix
+  } linhas[] = {
+      {{"matmutuo", "z1.npz", "z2.npz", "sai.txt"}, "z1.npz", "z_"},
+      {{"keyrep", "a.pgm", "b.pgm", "z1.npz", "z2.npz", "h.txt"}, "z1.npz", "z_"},
+      {{"matmutuo", "f.h5:a", "f.h5:b", "sai.txt"}, "f.h5", "f_"},
+      {{"matscore", "a.pgm", "b.pgm", "k.yml", "k.yml", "s.npz", "h.txt", "dist=3"}, "s.npz", "s_"},
+  };
+  std::vector<Caso> casos;
+  for (const auto& l : linhas) {
+    Caso base;
+    base.args = l.args;
+    for (const char* nome : {"a.pgm", "b.pgm", "h.txt", "k.yml"}) base.arquivos[nome] = boas().at(nome);
+    base.arquivos["z1.npz"] = base.arquivos["z2.npz"] = externos().at("z_bom.npz");
+    base.arquivos["f.h5"] = externos().at("f_bom.h5");
+    base.arquivos["s.npz"] = externos().at("s_bom.npz");
+    base.saidas = {"sai.txt"};
+    // The good files work.
+    teste::PastaTemp pasta;
+    for (const auto& [nome, conteudo] : base.arquivos) teste::escreveTexto(pasta / nome, *conteudo);
+    const teste::Execucao bem = teste::roda(base.args, pasta.caminho());
+    EXPECT_EQ(bem.status, 0) << l.args[0] << ": " << bem.err;
+    for (const auto& [nome, conteudo] : externos()) {
+      if (nome.rfind(l.prefixo, 0) != 0 || nome.find("_bom.") != std::string::npos) continue;
+      casos.push_back(base);
+      casos.back().nome = l.args[0] + "_" + nome;
+      casos.back().arquivos[l.entrada] = conteudo;
+      casos.back().esperado = l.entrada;
+    }
+  }
+  EXPECT_GE(casos.size(), 30u);
+  for (const std::string& f : executaTodos(casos)) ADD_FAILURE() << f;
 }
 
 const auto nomeDaLinha = [](const ::testing::TestParamInfo<Palavras>& info) { return info.param[0]; };
