@@ -54,7 +54,8 @@ cv::Mat comoMatriz(const void* dados, const InfoArranjo& info, int tipo, const s
     tvm::erro("Erro: ", onde, " tem " + std::to_string(info.forma.size()) + " dimensoes; so ate 2 sao lidas");
   int lados[2] = {1, 1};
   for (size_t i = 0; i < info.forma.size(); ++i) {
-    if (info.forma[i] < 0 || info.forma[i] > INT_MAX) tvm::erro("Erro: forma de ", onde, " grande demais para uma matriz");
+    if (info.forma[i] < 0 || info.forma[i] > INT_MAX)
+      tvm::erro("Erro: forma de ", onde, " grande demais para uma matriz");
     lados[i] = static_cast<int>(info.forma[i]);
   }
   const bool inteiro = tipo == CV_32S || tipo == CV_8U;

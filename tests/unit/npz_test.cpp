@@ -78,8 +78,9 @@ TEST(NpyNpz, LidosComoNumPyGravou) {
 
 TEST(Npz, NomesNaOrdemDoArquivo) {
   teste::PastaTemp pasta;
-  ASSERT_TRUE(python("import sys, numpy as np\nnp.savez(sys.argv[1] + '/a.npz', zeta=np.zeros(1), alfa=np.ones(2))\n"
-                     "import zipfile\nwith zipfile.ZipFile(sys.argv[1] + '/a.npz', 'a') as z: z.writestr('leia.txt', 'x')",
+  ASSERT_TRUE(python("import sys, zipfile, numpy as np\n"
+                     "np.savez(sys.argv[1] + '/a.npz', zeta=np.zeros(1), alfa=np.ones(2))\n"
+                     "with zipfile.ZipFile(sys.argv[1] + '/a.npz', 'a') as z: z.writestr('leia.txt', 'x')",
                      pasta));
   const formats::Npz z(pasta / "a.npz");
   EXPECT_EQ(z.nomes(), (std::vector<std::string>{"zeta", "alfa"}));
