@@ -9,6 +9,7 @@
 #include "keypoints/tools.hpp"
 #include "matching/tools.hpp"
 #include "plots/graficos.hpp"
+#include "relatorio/relatorio.hpp"
 #include "support/argumentos.hpp"
 #include "sweep/tools.hpp"
 
@@ -68,6 +69,7 @@ const std::vector<Comando>& comandos() {
         {"varrejunta", VarreJunta, "VarreJunta- Junta as fatias de uma varredura feita em partes (shard=i/n)"},
         {"seqsint", SeqSint, "SeqSint   - Gera sequencia sintetica com transformacoes exatas"},
         {"graficos", Graficos, "Graficos  - Desenha MMA, repetibilidade e recall x 1-precisao de uma tabela"},
+        {"relatorio", Relatorio, "Relatorio - Refaz a pagina HTML do relatorio de uma varredura"},
         {"algoritmos", Algoritmos, "Algoritmos- Lista detectores, descritores e casadores, opcoes e padroes"},
     });
     return c;

@@ -6,6 +6,8 @@
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
 
+#include <opencv2/imgproc.hpp>
+
 #include <algorithm>
 #include <cmath>
 
@@ -90,6 +92,37 @@ cv::Mat_<cv::Vec3b> matMyShow(const cv::Mat_<uchar>& a, const cv::Mat_<uchar>& b
               c, 1);
   }
   return saida;
+}
+
+cv::Mat_<cv::Vec3b> desenhaAcertos(const cv::Mat_<uchar>& a, const cv::Mat_<uchar>& b,
+                                   const std::vector<cv::KeyPoint>& m1, const std::vector<cv::KeyPoint>& m2,
+                                   const std::vector<bool>& certos, const std::vector<double>& erros, int piores,
+                                   int largura) {
+  cv::Mat_<cv::Vec3b> saida(std::max(a.rows, b.rows), a.cols + b.cols, kBranco), cor;
+  tvm::converte(a, cor);
+  cor.copyTo(saida(cv::Rect(0, 0, a.cols, a.rows)));
+  tvm::converte(b, cor);
+  cor.copyTo(saida(cv::Rect(a.cols, 0, b.cols, b.rows)));
+  const cv::Vec3b verde(0, 170, 0), vermelho(0, 0, 230);
+  std::vector<size_t> errados;
+  // Wrong ones last, so that they stay visible over the correct ones.
+  for (const bool vezDosErrados : {false, true})
+    for (size_t i = 0; i < m1.size(); ++i) {
+      if (certos[i] == vezDosErrados) continue;
+      if (vezDosErrados) errados.push_back(i);
+      tvm::reta(saida, tvm::pixel(m1[i].pt.y), tvm::pixel(m1[i].pt.x), tvm::pixel(m2[i].pt.y),
+                tvm::pixel(m2[i].pt.x) + a.cols, certos[i] ? verde : vermelho, 1);
+    }
+  std::stable_sort(errados.begin(), errados.end(), [&](size_t x, size_t y) { return erros[x] > erros[y]; });
+  for (size_t j = 0; j < errados.size() && j < static_cast<size_t>(piores); ++j) {
+    const size_t i = errados[j];
+    tvm::circulo(saida, tvm::pixel(m1[i].pt.y), tvm::pixel(m1[i].pt.x), 9, vermelho, 3);
+    tvm::circulo(saida, tvm::pixel(m2[i].pt.y), tvm::pixel(m2[i].pt.x) + a.cols, 9, vermelho, 3);
+  }
+  if (saida.cols <= largura) return saida;
+  cv::Mat_<cv::Vec3b> menor;
+  cv::resize(saida, menor, cv::Size(largura, std::max(1, saida.rows * largura / saida.cols)), 0, 0, cv::INTER_AREA);
+  return menor;
 }
 
 }  // namespace display

@@ -47,6 +47,16 @@ cv::Mat_<cv::Vec3b> matMyShow(const cv::Mat_<uchar>& a, const cv::Mat_<uchar>& b
                               const std::vector<cv::DMatch>& matches, const std::vector<cv::KeyPoint>& ka,
                               const std::vector<cv::KeyPoint>& kb, char code, double scale);
 
+// A ranked match list judged against the truth: a and b side by side as
+// matMyShow lays them out, each match a line between its keypoints, green
+// when correct (certos[i]) and red when wrong; the `piores` wrong matches of
+// largest error (erros[i], the reprojection error) also circled. m1[i], m2[i]
+// are match i's keypoints. Scaled down to at most `largura` pixels wide.
+cv::Mat_<cv::Vec3b> desenhaAcertos(const cv::Mat_<uchar>& a, const cv::Mat_<uchar>& b,
+                                   const std::vector<cv::KeyPoint>& m1, const std::vector<cv::KeyPoint>& m2,
+                                   const std::vector<bool>& certos, const std::vector<double>& erros, int piores,
+                                   int largura);
+
 // Colour i of the palette of the multicolour modes: fully saturated hues
 // spread by the golden ratio, never grey.
 cv::Vec3b corPaleta(size_t i);

@@ -138,6 +138,10 @@ Plano lePlano(int argc, char** argv) {
       int g = 1;
       tvm::convArg(g, valor);
       p.graficos = g != 0;
+    } else if (chave == "desenhos") {
+      int d = 1;
+      tvm::convArg(d, valor);
+      p.desenhos = d != 0;
     } else {
       tvm::erro("Erro: Argumento invalido ", palavra);
     }

@@ -1,5 +1,6 @@
 #include "sweep/varre.hpp"
 
+#include "display/desenhos.hpp"
 #include "evaluation/medidas_entrada.hpp"
 #include "formats/csv.hpp"
 #include "measures/casamento.hpp"
@@ -194,6 +195,21 @@ Repeticao repeticao(const Plano& p, const Descricao& a, const Descricao& b, cons
   return r;
 }
 
+// The matches of the chosen pair (curva=), drawn for the report:
+// SAIDA/desenhos/<sequence>@1-k@<detector>@<descriptor>@<matcher>.jpg.
+void desenha(const Plano& p, const datasets::Sequencia& s, int k, const Detector& det, const Descritor& des,
+             const Casador& cas, const cv::Mat_<uchar>& ia, const cv::Mat_<uchar>& ib,
+             const std::vector<cv::KeyPoint>& m1, const std::vector<cv::KeyPoint>& m2, const std::vector<bool>& certos,
+             const Geometria& g) {
+  std::vector<double> erros(m1.size());
+  for (size_t i = 0; i < m1.size(); ++i) erros[i] = measures::erroReprojecao(g.H, m1[i].pt, m2[i].pt);
+  std::string nome = s.nome + "@1-" + std::to_string(k) + "@" + det.nome + "@" + des.nome + "@" + cas.nome;
+  for (char& c : nome)
+    if (c == '/' || c == ':' || c == ' ') c = '_';
+  tvm::criaPastas(p.saida + "/desenhos");
+  tvm::imp(display::desenhaAcertos(ia, ib, m1, m2, certos, erros, 10, 720), p.saida + "/desenhos/" + nome + ".jpg");
+}
+
 void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const Detector& det, const Descritor& des,
           const Descricao& a, const Descricao& b, const cv::Mat_<uchar>& ia, const cv::Mat_<uchar>& ib,
           const Geometria& g, const Repeticao& rep, bool comCurva) {
@@ -257,6 +273,7 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const 
       linhaFalha(o, s, k, det, des, cas, falha);
       continue;
     }
+    if (comCurva && p.desenhos) desenha(p, s, k, det, des, cas, ia, ib, m1, m2, m.certos, g);
     const size_t virgula = c.find(',');
     std::string linha = c.substr(0, virgula) + "," + datasets::nomeTipo(s.tipo) + c.substr(virgula) + ",ok," +
                         std::to_string(a.detectados) + "," + std::to_string(b.detectados) + "," +

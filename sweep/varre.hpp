@@ -70,6 +70,7 @@ struct Plano {
   std::string curvaSequencia;  // pair 1-curvaVista of this sequence gets curves
   int curvaVista = 2;
   bool graficos = true;
+  bool desenhos = true;  // the chosen pair's matches drawn for the report (SAIDA/desenhos/)
   // Only this shard's units (shard=i/n or a Slurm array task); see fatias.hpp.
   bool fatiada = false;
   Fatia fatia;

@@ -4,9 +4,15 @@
 #include "algoritmos/tabela.hpp"
 #include "formats/csv.hpp"
 #include "plots/graficos.hpp"
+#include "relatorio/relatorio.hpp"
+#include "support/processo.hpp"
 #include "support/erro.hpp"
 
+#include <opencv2/core.hpp>
+
 #include <cstdio>
+#include <ctime>
+#include <thread>
 
 namespace {
 
@@ -16,6 +22,30 @@ void fechaComFalhas(int falhas, int unidades, const std::string& resultados) {
     tvm::erro("Erro: ", std::to_string(falhas) + " de " + std::to_string(unidades),
               " unidades falharam; ver a coluna status de " + resultados);
   std::printf("Unidades com falha: 0 de %d\n", unidades);
+}
+
+// What the report says of how the sweep was made: SAIDA/varredura.txt, one
+// "name value" line each.
+void gravaRegistro(const std::string& saida, int argc, char** argv, const std::string& dataset, int sequencias) {
+  std::string comando = "quivelar";
+  for (int i = 0; i < argc; ++i) {
+    const std::string a = argv[i];
+    comando += " " + (a.find_first_of(" '\"$") == std::string::npos ? a : tvm::aspasShell(a));
+  }
+  char data[64];
+  const std::time_t agora = std::time(nullptr);
+  std::strftime(data, sizeof data, "%Y-%m-%d %H:%M:%S UTC", std::gmtime(&agora));
+  tvm::SaidaSegura arquivo(saida + "/varredura.txt");
+  formats::escreveTexto(arquivo, "command " + comando + "\nversion " + QUIVELAR_VERSAO + "\ndataset " + dataset +
+                                     " (" + std::to_string(sequencias) + " sequences)\ndate " + data +
+                                     "\nthreads " + std::to_string(cv::getNumThreads()) + " of " +
+                                     std::to_string(std::thread::hardware_concurrency()) + " on this machine\n");
+  arquivo.confirma();
+}
+
+void escreveRelatorio(const std::string& saida) {
+  const long long bytes = relatorio::escreve(saida);
+  std::printf("Relatorio: %s/relatorio.html (%.1f MB)\n", saida.c_str(), bytes / 1e6);
 }
 
 // D2-Net's summary beside the tables: mma.csv.
@@ -43,7 +73,8 @@ void Varre(int argc, char** argv) {
          "  feat=: caracteristicas de outro programa (npz: <imagem>.METODO de D2-Net; h5: do hloc); ext=: um",
          "    comando por imagem que escreve esse .npz; mat=h5:/npz: casamentos do hloc / do SuperGlue, como dados",
          "  tamanho=: diametro de keypoints sem tamanho; topk=: os K de maior score; fora=d2net: as 8 do D2-Net",
-         "  SAIDA: resultados.csv, tempos.csv, curvas.csv, mma.csv, graficos/; rodar de novo retoma o que faltou",
+         "  SAIDA: resultados.csv, tempos.csv, curvas.csv, mma.csv, graficos/, desenhos/ e relatorio.html;",
+         "    rodar de novo retoma o que faltou; desenhos=0: sem os desenhos dos casamentos do par de curva=",
          "  shard=i/n: so a fatia i (0 a n-1) das unidades, em SAIDA/fatias; sem shard=, a tarefa",
          "    SLURM_ARRAY_TASK_ID - SLURM_ARRAY_TASK_MIN de SLURM_ARRAY_TASK_COUNT; juntar com VarreJunta"});
   }
@@ -62,6 +93,8 @@ void Varre(int argc, char** argv) {
       plots::desenhaGraficos(resultados, plano.saida + "/curvas.csv", plano.saida + "/graficos");
       std::printf("Graficos: %s/graficos\n", plano.saida.c_str());
     }
+    gravaRegistro(plano.saida, argc, argv, plano.dataset, static_cast<int>(plano.sequencias.size()));
+    escreveRelatorio(plano.saida);
   }
   fechaComFalhas(r.falhas, r.unidades, resultados);
 }
@@ -82,5 +115,7 @@ void VarreJunta(int argc, char** argv) {
     plots::desenhaGraficos(resultados, saida + "/curvas.csv", saida + "/graficos");
     std::printf("Graficos: %s/graficos\n", saida.c_str());
   }
+  gravaRegistro(saida, argc, argv, "(the shards' own)", 0);
+  escreveRelatorio(saida);
   fechaComFalhas(j.falhas, j.unidades, resultados);
 }

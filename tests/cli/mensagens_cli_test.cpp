@@ -102,6 +102,7 @@ const char* const kLista =
     "VarreJunta- Junta as fatias de uma varredura feita em partes (shard=i/n)\n"
     "SeqSint   - Gera sequencia sintetica com transformacoes exatas\n"
     "Graficos  - Desenha MMA, repetibilidade e recall x 1-precisao de uma tabela\n"
+    "Relatorio - Refaz a pagina HTML do relatorio de uma varredura\n"
     "Algoritmos- Lista detectores, descritores e casadores, opcoes e padroes\n"
     "...............................................................................\n";
 
