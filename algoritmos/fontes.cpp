@@ -3,6 +3,7 @@
 #include "algoritmos/tabela.hpp"
 #include "formats/externos.hpp"
 #include "support/arquivos.hpp"
+#include "support/assinatura.hpp"
 #include "support/erro.hpp"
 #include "support/processo.hpp"
 
@@ -24,14 +25,6 @@ std::string pastaDe(const std::string& caminho) {
 }
 
 bool existe(const std::string& arquivo) { return tvm::marcaDoArquivo(arquivo) != "-"; }
-
-std::string hash(const std::string& texto) {
-  unsigned long long h = 1469598103934665603ULL;
-  for (unsigned char c : texto) h = (h ^ c) * 1099511628211ULL;
-  char s[17];
-  std::snprintf(s, sizeof s, "%016llx", h);
-  return s;
-}
 
 // The detector and descriptor of a feature source: keypoints and rows read
 // together, the rows taken as they come.
@@ -100,15 +93,15 @@ Fonte fonteExterna(const std::string& comando, const OpcoesFontes& o) {
     programa = palavra;
     break;
   }
-  const std::string pasta = o.saida + "/caracteristicas/" + hash(comando).substr(0, 12);
+  const std::string pasta = o.saida + "/caracteristicas/" + tvm::assinatura(comando).substr(0, 12);
   const float tamanho = o.tamanho;
   return deCaracteristicas(
-      "ext:" + (programa.empty() ? hash(comando).substr(0, 8) : programa), o,
+      "ext:" + (programa.empty() ? tvm::assinatura(comando).substr(0, 8) : programa), o,
       [comando, pasta, tamanho](const std::string& caminho, const std::string& nome) {
         std::string base = nome;
         for (char& c : base)
           if (c == '/') c = '_';
-        base = pasta + "/" + base + "." + hash(caminho + "|" + tvm::marcaDoArquivo(caminho)).substr(0, 8);
+        base = pasta + "/" + base + "." + tvm::assinatura(caminho + "|" + tvm::marcaDoArquivo(caminho)).substr(0, 8);
         const std::string saida = base + ".npz";
         if (!existe(saida)) {
           tvm::criaPastas(pasta);

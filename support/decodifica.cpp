@@ -195,23 +195,34 @@ bool tamanhoPxm(FILE* f, Dimensoes& d) {
   return maximo > 0 && maximo <= 65535;
 }
 
+enum class Formato { outro, png, jpeg, pxm };
+
+// The format by the file's first bytes, never by its name; the file is left
+// at its start.
+Formato formatoDe(FILE* f) {
+  unsigned char inicio[8] = {};
+  const size_t lidos = std::fread(inicio, 1, sizeof inicio, f);
+  if (std::fseek(f, 0, SEEK_SET) != 0) return Formato::outro;
+  static const unsigned char png[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+  if (lidos == 8 && std::memcmp(inicio, png, 8) == 0) return Formato::png;
+  if (lidos >= 3 && inicio[0] == 0xFF && inicio[1] == 0xD8 && inicio[2] == 0xFF) return Formato::jpeg;
+  if (lidos >= 3 && inicio[0] == 'P' && std::isspace(inicio[2])) return Formato::pxm;
+  return Formato::outro;
+}
+
 }  // namespace
 
 bool tamanhoDireto(const std::string& file, cv::Size& tamanho) {
   Arquivo f(file, "rb");
   if (!f) return false;
-  unsigned char inicio[8] = {};
-  const size_t lidos = std::fread(inicio, 1, sizeof inicio, f.get());
-  if (std::fseek(f.get(), 0, SEEK_SET) != 0) return false;
-  static const unsigned char png[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
   Dimensoes d, aceitas;
   bool ok = false;
-  if (lidos == 8 && std::memcmp(inicio, png, 8) == 0)
-    ok = tamanhoPng(f.get(), d);
-  else if (lidos >= 3 && inicio[0] == 0xFF && inicio[1] == 0xD8 && inicio[2] == 0xFF)
-    ok = tamanhoJpeg(f.get(), d);
-  else if (lidos >= 3 && inicio[0] == 'P' && std::isspace(inicio[2]))
-    ok = tamanhoPxm(f.get(), d);
+  switch (formatoDe(f.get())) {
+    case Formato::png: ok = tamanhoPng(f.get(), d); break;
+    case Formato::jpeg: ok = tamanhoJpeg(f.get(), d); break;
+    case Formato::pxm: ok = tamanhoPxm(f.get(), d); break;
+    case Formato::outro: break;
+  }
   if (!ok || !tamanhoAceito(d.largura, d.altura, aceitas)) return false;
   tamanho = cv::Size(static_cast<int>(d.largura), static_cast<int>(d.altura));
   return true;
@@ -224,21 +235,16 @@ bool decodificaDireto(const std::string& file, int modo, cv::Mat& out) {
   const int64_t limite = limitePixels();
   Arquivo f(file, "rb");
   if (!f) return false;
-  unsigned char inicio[8] = {};
-  const size_t lidos = std::fread(inicio, 1, sizeof inicio, f.get());
-  if (std::fseek(f.get(), 0, SEEK_SET) != 0) return false;
-
-  static const unsigned char png[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
   const bool cor = modo == cv::IMREAD_COLOR;
   cv::Mat imagem;
   Dimensoes declaradas;
   bool ok = false;
-  if (lidos == 8 && std::memcmp(inicio, png, 8) == 0)
-    ok = lePng(f.get(), cor, imagem, declaradas);
-  else if (lidos >= 3 && inicio[0] == 0xFF && inicio[1] == 0xD8 && inicio[2] == 0xFF)
-    ok = leJpeg(f.get(), cor, imagem, declaradas);
-  else if (lidos >= 3 && inicio[0] == 'P' && std::isspace(inicio[2]))
-    ok = lePxm(f.get(), cor, imagem, declaradas);
+  switch (formatoDe(f.get())) {
+    case Formato::png: ok = lePng(f.get(), cor, imagem, declaradas); break;
+    case Formato::jpeg: ok = leJpeg(f.get(), cor, imagem, declaradas); break;
+    case Formato::pxm: ok = lePxm(f.get(), cor, imagem, declaradas); break;
+    case Formato::outro: break;
+  }
   if (!ok && static_cast<int64_t>(declaradas.largura * declaradas.altura) > limite)
     verificaPixels(static_cast<int64_t>(declaradas.largura), static_cast<int64_t>(declaradas.altura), file);
   if (ok) out = imagem;

@@ -5,6 +5,7 @@
 #include "formats/csv.hpp"
 #include "measures/casamento.hpp"
 #include "support/arquivos.hpp"
+#include "support/assinatura.hpp"
 #include "support/erro.hpp"
 #include "support/imagem.hpp"
 #include "support/processo.hpp"
@@ -57,15 +58,6 @@ std::string capturaFalha(F&& f) {
     return std::string("Erro: ") + e.what();
   }
   return "";
-}
-
-// FNV-1a: a short, stable name for a set of options.
-std::string assinatura(const std::string& texto) {
-  unsigned long long h = 1469598103934665603ULL;
-  for (unsigned char c : texto) h = (h ^ c) * 1099511628211ULL;
-  char s[17];
-  std::snprintf(s, sizeof s, "%016llx", h);
-  return s;
 }
 
 // An image's name as another program's files know it: its path under the
@@ -655,13 +647,13 @@ std::string arquivoUnidade(const Plano& p, const Unidade& u) {
   std::string nomes = det.nome + "@" + p.descritores[u.descritor].nome;
   for (char& c : nomes)
     if (c == '/' || c == ':' || c == ' ' || c == '\'') c = '_';
-  return "unidades/" + s.nome + "@" + nomes + "@" + assinatura(opcoes).substr(0, 12) + ".csv";
+  return "unidades/" + s.nome + "@" + nomes + "@" + tvm::assinatura(opcoes).substr(0, 12) + ".csv";
 }
 
 std::string assinaturaPlano(const Plano& p) {
   std::string nomes;
   for (const Unidade& u : unidades(p)) nomes += arquivoUnidade(p, u) + "\n";
-  return assinatura(nomes);
+  return tvm::assinatura(nomes);
 }
 
 Resumo varre(const Plano& p) {
