@@ -68,6 +68,7 @@ const std::vector<Comando>& comandos() {
          tvm::Heap::retidoUmaArena},
         {"varrejunta", VarreJunta, "VarreJunta- Junta as fatias de uma varredura feita em partes (shard=i/n)"},
         {"seqsint", SeqSint, "SeqSint   - Gera sequencia sintetica com transformacoes exatas"},
+        {"sintpose", SintPose, "SintPose  - Gera pares 3D sinteticos com poses e profundidades exatas"},
         {"graficos", Graficos, "Graficos  - Desenha MMA, repetibilidade e recall x 1-precisao de uma tabela"},
         {"relatorio", Relatorio, "Relatorio - Refaz a pagina HTML do relatorio de uma varredura"},
         {"algoritmos", Algoritmos, "Algoritmos- Lista detectores, descritores e casadores, opcoes e padroes"},

@@ -101,6 +101,7 @@ const char* const kLista =
     "Varre     - Mede detectores x descritores x casamentos em todo um dataset\n"
     "VarreJunta- Junta as fatias de uma varredura feita em partes (shard=i/n)\n"
     "SeqSint   - Gera sequencia sintetica com transformacoes exatas\n"
+    "SintPose  - Gera pares 3D sinteticos com poses e profundidades exatas\n"
     "Graficos  - Desenha MMA, repetibilidade e recall x 1-precisao de uma tabela\n"
     "Relatorio - Refaz a pagina HTML do relatorio de uma varredura\n"
     "Algoritmos- Lista detectores, descritores e casadores, opcoes e padroes\n"
