@@ -55,6 +55,7 @@ const std::vector<Comando>& comandos() {
         {"matroc", MatROC, "MatROC    - Calcula a curva ROC de casamentos, tendo matriz 3x3"},
         {"matacert", MatAcert, "MatAcert  - Calcula a curva de acertos de casamentos, tendo matriz 3x3"},
         {"matscore", MatScore, "MatScore  - Calcula matching score, MMA, AP e homografia, tendo matriz 3x3"},
+        {"matpose", MatPose, "MatPose   - Mede a pose relativa estimada dos casamentos contra a verdadeira"},
         {"matlab", Matlab, "Matlab    - Exporta arquivo para Matlab tracar ROC, tendo matriz 3x3"},
         {"matvis", MatVis, "MatVis    - Visualiza um a um os casamentos, tendo matriz 3x3"},
         {"sobrroc", SobrROC, "SobrROC   - Sobrepoe ROCs"},

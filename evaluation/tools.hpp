@@ -12,3 +12,5 @@ void SobrROC(int argc, char** argv);
 // match list (MatScore); definitions in measures/.
 void KeyRep(int argc, char** argv);
 void MatScore(int argc, char** argv);
+// Relative pose of two calibrated views estimated from the matches, against the true one.
+void MatPose(int argc, char** argv);

@@ -95,6 +95,7 @@ const char* const kLista =
     "MatROC    - Calcula a curva ROC de casamentos, tendo matriz 3x3\n"
     "MatAcert  - Calcula a curva de acertos de casamentos, tendo matriz 3x3\n"
     "MatScore  - Calcula matching score, MMA, AP e homografia, tendo matriz 3x3\n"
+    "MatPose   - Mede a pose relativa estimada dos casamentos contra a verdadeira\n"
     "Matlab    - Exporta arquivo para Matlab tracar ROC, tendo matriz 3x3\n"
     "MatVis    - Visualiza um a um os casamentos, tendo matriz 3x3\n" "SobrROC   - Sobrepoe ROCs\n"
     "FiltMat   - Calcula a taxa de acertos de casamentos, tendo matriz 3x3. Filtra.\n"
