@@ -57,6 +57,7 @@ const std::vector<Palavras>& ferramentas() {
       // check, after every file was read.
       {"matvis", "@a.pgm", "@b.pgm", "@m.txt", "@h.txt"}, {"sobrroc", ">sai.png", "@c1.png", "@c2.png"},
       {"filtmat", "@m.txt", "@h.txt", "#15", ">sai.txt"},
+      {"matpose", "@a.pgm", "@b.pgm", "@mdentro.txt", "@p.txt", "ransac=#1", "csv=>p.csv"},
   };
   return tabela;
 }
@@ -102,10 +103,11 @@ std::vector<Palavras> ferramentasDaTabela() {
 }
 
 // By the name's first letter: keypoints k.yml, descritores d1/d2.yml,
-// casamentos m.txt, transformacao h.txt, cor c1/c2.png; any other an image.
-enum class Tipo { imagem, keypoints, descritores, casamentos, transformacao, cor };
+// casamentos m.txt, transformacao h.txt, cor c1/c2.png, pose p.txt; any
+// other an image.
+enum class Tipo { imagem, keypoints, descritores, casamentos, transformacao, cor, pose };
 Tipo tipoDe(const std::string& nome) {
-  const size_t i = std::string("kdmhc").find(nome[0]);
+  const size_t i = std::string("kdmhcp").find(nome[0]);
   return i == std::string::npos ? Tipo::imagem : static_cast<Tipo>(i + 1);
 }
 
@@ -133,7 +135,10 @@ const std::map<std::string, std::string>& boas() {
     teste::escreveCasamentos(p / "m.txt", {0, 3, 40, 1, 2, 50});
     // Every keypoint on the 64 x 64 images, as MatScore demands.
     teste::escreveCasamentos(p / "mdentro.txt", {0, 3, 1, 2});
-    std::map<std::string, std::string> a = {{"h.txt", "1 0 0\n0 1 0\n0 0 1\n"}};
+    // K0, K1, then T_0to1: a camera moved one unit to the side.
+    std::map<std::string, std::string> a = {
+        {"h.txt", "1 0 0\n0 1 0\n0 0 1\n"},
+        {"p.txt", "500 0 32 0 500 32 0 0 1 500 0 32 0 500 32 0 0 1 1 0 0 1 0 1 0 0 0 0 1 0 0 0 0 1\n"}};
     for (const auto& e : std::filesystem::directory_iterator(p.caminho()))
       a[e.path().filename().string()] = teste::leTexto(e.path().string());
     a["c2.png"] = a["c1.png"];
@@ -272,6 +277,13 @@ void variantes(const Caso& base, const std::string& arquivo, bool completo, std:
         falha(std::string("contagem") + n, troca(bom, {{0, n}}));
       falha("colunas14", troca(bom, {{1, "14"}}), "Erro: Arquivo nao tem 15 colunas");
       porCampo(2 + 15 * 3, 15, "nan", "inf");
+      break;
+    case Tipo::pose:  // K0, K1, T: 34 numbers
+      falha("camposAMenos", troca(bom, {{33, ""}}));
+      falha("kSingular", troca(bom, {{0, "0"}, {4, "0"}}));
+      falha("naoRotacao", troca(bom, {{18, "1.5"}}));
+      falha("semTranslacao", troca(bom, {{21, "0"}}));
+      porCampo(0, 34, "nan", "inf");
       break;
     case Tipo::transformacao:
       aceita("singular", "0 0 0\n0 0 0\n0 0 0\n");
