@@ -1,10 +1,10 @@
 #include "formats/externos.hpp"
 
-#include "formats/hdf5.hpp"
-#include "formats/npz.hpp"
+#include "formats/externos_plugin.hpp"
 #include "support/arquivos.hpp"
 #include "support/erro.hpp"
 #include "support/filho.hpp"
+#include "support/plugin.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -17,64 +17,6 @@
 namespace formats {
 
 namespace {
-
-std::string nomeDe(const std::string& arquivo, const std::string& arranjo) { return arquivo + " (" + arranjo + ")"; }
-
-// N x 2..4 coordinates (and sizes, angles) into keypoints.
-std::vector<cv::KeyPoint> keypointsDe(const cv::Mat& m, float tamanhoPadrao, const std::string& onde) {
-  if (m.rows > 0 && (m.cols < 2 || m.cols > 4))
-    tvm::erro("Erro: keypoints devem ter 2 a 4 colunas em ", onde);
-  std::vector<cv::KeyPoint> k(m.rows);
-  for (int i = 0; i < m.rows; ++i) {
-    const float* l = m.ptr<float>(i);
-    k[i] = cv::KeyPoint(l[0], l[1], m.cols > 2 ? l[2] : tamanhoPadrao, m.cols > 3 ? l[3] : -1.0f);
-    if (!std::isfinite(l[0]) || !std::isfinite(l[1]) || !(k[i].size > 0) || !std::isfinite(k[i].size) ||
-        !std::isfinite(k[i].angle))
-      tvm::erro("Erro: keypoint " + std::to_string(i) + " invalido em ", onde);
-  }
-  return k;
-}
-
-void poeScores(std::vector<cv::KeyPoint>& k, const cv::Mat& s, const std::string& onde) {
-  if (static_cast<size_t>(s.total()) != k.size()) tvm::erro("Erro: numero de scores != keypoints em ", onde);
-  for (size_t i = 0; i < k.size(); ++i) {
-    k[i].response = s.at<float>(static_cast<int>(i));
-    if (!std::isfinite(k[i].response)) tvm::erro("Erro: score " + std::to_string(i) + " invalido em ", onde);
-  }
-}
-
-// Descriptors of bytes stay bytes (binary rows); anything else becomes float.
-cv::Mat descritoresDe(const InfoArranjo& info, const std::function<cv::Mat(int)>& le, size_t n, bool transpostos,
-                      const std::string& onde) {
-  cv::Mat d = le(info.tipo == "|u1" ? CV_8U : CV_32F);
-  if (transpostos) d = d.t();
-  if (static_cast<size_t>(d.rows) != n) tvm::erro("Erro: numero de keypoints != descritores em ", onde);
-  if (d.type() == CV_32F && !cv::checkRange(d)) tvm::erro("Erro: descritor nao finito em ", onde);
-  return d;
-}
-
-// For each i with m[i] >= 0, the match i -> m[i]; best score first.
-std::vector<cv::DMatch> casamentosDe(const cv::Mat& m, const cv::Mat& scores, size_t n0, size_t n1,
-                                     const std::string& onde) {
-  if (static_cast<size_t>(m.total()) != n0) tvm::erro("Erro: numero de casamentos != keypoints em ", onde);
-  if (!scores.empty() && scores.total() != m.total()) tvm::erro("Erro: numero de scores != casamentos em ", onde);
-  std::vector<cv::DMatch> r;
-  for (int i = 0; i < static_cast<int>(n0); ++i) {
-    const int j = m.at<int>(i);
-    if (j < -1 || j >= static_cast<int>(n1)) tvm::erro("Erro: casamento " + std::to_string(i) + " fora dos keypoints em ", onde);
-    if (j < 0) continue;
-    const float s = scores.empty() ? 1.0f : scores.at<float>(i);
-    if (!std::isfinite(s)) tvm::erro("Erro: score " + std::to_string(i) + " invalido em ", onde);
-    r.emplace_back(i, j, 1.0f - s);
-  }
-  std::stable_sort(r.begin(), r.end(), [](const cv::DMatch& a, const cv::DMatch& b) { return a.distance < b.distance; });
-  return r;
-}
-
-std::string semBarras(std::string nome) {
-  std::replace(nome.begin(), nome.end(), '/', '-');
-  return nome;
-}
 
 bool comecaComZip(const std::string& arquivo) {
   tvm::Arquivo f(arquivo, "rb");
@@ -106,18 +48,10 @@ float tamanhoPadrao() {
 }
 
 Caracteristicas leD2Net(const std::string& arquivo, float tamanhoPadrao) {
-  const Npz z(arquivo);
-  if (!z.tem("keypoints")) tvm::erro("Erro: keypoints ausentes em ", arquivo);
+  static const LeD2Net f = tvm::funcaoPlugin<LeD2Net>(kPluginExternos, "quivelarLeD2Net");
   Caracteristicas c;
-  c.keypoints = keypointsDe(z.le("keypoints", CV_32F), tamanhoPadrao, nomeDe(arquivo, "keypoints"));
-  if (z.tem("scores")) {
-    poeScores(c.keypoints, z.le("scores", CV_32F), nomeDe(arquivo, "scores"));
-    c.comScores = true;
-  }
-  if (z.tem("descriptors"))
-    c.descritores = descritoresDe(
-        z.info("descriptors"), [&](int tipo) { return z.le("descriptors", tipo); }, c.keypoints.size(), false,
-        nomeDe(arquivo, "descriptors"));
+  std::string erro;
+  if (!f(arquivo.c_str(), tamanhoPadrao, &c, &erro)) throw tvm::Erro(erro);
   return c;
 }
 
@@ -171,63 +105,31 @@ Caracteristicas deBytes(const std::string& s) {
   return c;
 }
 
-Caracteristicas leHlocAqui(const std::string& arquivo, const std::string& imagem, float tamanhoPadrao) {
-  const H5 h(arquivo);
-  if (!h.temGrupo(imagem)) tvm::erro("Erro: imagem " + imagem + " ausente em ", arquivo);
-  const std::string g = imagem + "/";
-  if (!h.tem(g + "keypoints")) tvm::erro("Erro: keypoints ausentes em ", nomeDe(arquivo, imagem));
-  Caracteristicas c;
-  c.keypoints = keypointsDe(h.le(g + "keypoints", CV_32F), tamanhoPadrao, nomeDe(arquivo, g + "keypoints"));
-  if (h.tem(g + "scores")) {
-    poeScores(c.keypoints, h.le(g + "scores", CV_32F), nomeDe(arquivo, g + "scores"));
-    c.comScores = true;
-  }
-  if (h.tem(g + "descriptors"))
-    c.descritores = descritoresDe(
-        h.info(g + "descriptors"), [&](int tipo) { return h.le(g + "descriptors", tipo); }, c.keypoints.size(), true,
-        nomeDe(arquivo, g + "descriptors"));
-  return c;
-}
-
-std::vector<cv::DMatch> leHlocCasamentosAqui(const std::string& arquivo, const std::string& nome0,
-                                              const std::string& nome1, size_t n0, size_t n1) {
-  const H5 h(arquivo);
-  const std::string a = semBarras(nome0), b = semBarras(nome1);
-  for (const bool invertido : {false, true}) {
-    const std::string& x = invertido ? b : a;
-    const std::string& y = invertido ? a : b;
-    for (const std::string& par : {x + "/" + y, x + "_" + y}) {
-      if (!h.tem(par + "/matches0")) continue;
-      const std::string onde = nomeDe(arquivo, par);
-      const cv::Mat s = h.tem(par + "/matching_scores0") ? h.le(par + "/matching_scores0", CV_32F) : cv::Mat();
-      std::vector<cv::DMatch> m =
-          casamentosDe(h.le(par + "/matches0", CV_32S), s, invertido ? n1 : n0, invertido ? n0 : n1, onde);
-      if (invertido) {
-        for (cv::DMatch& d : m) std::swap(d.queryIdx, d.trainIdx);
-        std::stable_sort(m.begin(), m.end(), [](const cv::DMatch& p, const cv::DMatch& q) {
-          return p.distance < q.distance || (p.distance == q.distance && p.queryIdx < q.queryIdx);
-        });
-      }
-      return m;
-    }
-  }
-  tvm::erro("Erro: par " + a + " " + b + " ausente em ", arquivo);
-}
-
 }  // namespace
 
-// libhdf5 dies on some damaged files: each read runs in a child process.
+// libhdf5 dies on some damaged files: each HDF5 read runs in a child process.
 Caracteristicas leHloc(const std::string& arquivo, const std::string& imagem, float tamanhoPadrao) {
-  return deBytes(tvm::emFilho([&] { return emBytes(leHlocAqui(arquivo, imagem, tamanhoPadrao)); },
-                              "a leitura de " + arquivo));
+  // Loaded here, before the fork: the child finds it mapped.
+  static const LeHloc f = tvm::funcaoPlugin<LeHloc>(kPluginExternos, "quivelarLeHloc");
+  return deBytes(tvm::emFilho(
+      [&] {
+        Caracteristicas c;
+        std::string erro;
+        if (!f(arquivo.c_str(), imagem.c_str(), tamanhoPadrao, &c, &erro)) throw tvm::Erro(erro);
+        return emBytes(c);
+      },
+      "a leitura de " + arquivo));
 }
 
 std::vector<cv::DMatch> leHlocCasamentos(const std::string& arquivo, const std::string& nome0,
                                          const std::string& nome1, size_t n0, size_t n1) {
+  static const LeHlocCasamentos f = tvm::funcaoPlugin<LeHlocCasamentos>(kPluginExternos, "quivelarLeHlocCasamentos");
   const std::string bytes = tvm::emFilho(
       [&] {
-        std::string s;
-        for (const cv::DMatch& m : leHlocCasamentosAqui(arquivo, nome0, nome1, n0, n1)) {
+        std::vector<cv::DMatch> lidos;
+        std::string erro, s;
+        if (!f(arquivo.c_str(), nome0.c_str(), nome1.c_str(), n0, n1, &lidos, &erro)) throw tvm::Erro(erro);
+        for (const cv::DMatch& m : lidos) {
           poe(s, static_cast<int32_t>(m.queryIdx));
           poe(s, static_cast<int32_t>(m.trainIdx));
           poe(s, m.distance);
@@ -244,14 +146,10 @@ std::vector<cv::DMatch> leHlocCasamentos(const std::string& arquivo, const std::
 }
 
 CasamentosDados leSuperGlue(const std::string& arquivo, float tamanhoPadrao) {
-  const Npz z(arquivo);
-  for (const char* nome : {"keypoints0", "keypoints1", "matches"})
-    if (!z.tem(nome)) tvm::erro(std::string("Erro: ") + nome + " ausente em ", arquivo);
+  static const LeSuperGlue f = tvm::funcaoPlugin<LeSuperGlue>(kPluginExternos, "quivelarLeSuperGlue");
   CasamentosDados c;
-  c.k1 = keypointsDe(z.le("keypoints0", CV_32F), tamanhoPadrao, nomeDe(arquivo, "keypoints0"));
-  c.k2 = keypointsDe(z.le("keypoints1", CV_32F), tamanhoPadrao, nomeDe(arquivo, "keypoints1"));
-  const cv::Mat s = z.tem("match_confidence") ? z.le("match_confidence", CV_32F) : cv::Mat();
-  c.casamentos = casamentosDe(z.le("matches", CV_32S), s, c.k1.size(), c.k2.size(), nomeDe(arquivo, "matches"));
+  std::string erro;
+  if (!f(arquivo.c_str(), tamanhoPadrao, &c, &erro)) throw tvm::Erro(erro);
   return c;
 }
 
