@@ -33,6 +33,10 @@ bool decodificaDireto(const std::string& file, int modo, cv::Mat& out);
 // not read, so a file damaged after its header still gives its size.
 bool tamanhoDireto(const std::string& file, cv::Size& tamanho);
 
+// Encodes an 8-bit BGR image as baseline JPEG of `qualidade` (1..100) with
+// libjpeg, into `bytes`; false for another type or a failure of libjpeg.
+bool codificaJpeg(const cv::Mat& imagem, int qualidade, std::vector<uchar>& bytes);
+
 // Encodes an 8-bit grey or BGR image as PNG with the settings imwrite uses by
 // default, into `bytes`; false if the image has another type.
 bool codificaPng(const cv::Mat& image, std::vector<uchar>& bytes);

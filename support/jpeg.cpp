@@ -5,6 +5,8 @@
 
 #include <csetjmp>
 #include <cstdio>
+#include <cstdlib>
+#include <vector>
 
 #include <jpeglib.h>
 
@@ -62,7 +64,45 @@ bool decodificaJpeg(jpeg_decompress_struct* info, FILE* f, bool cor, cv::Mat& ou
   return true;
 }
 
+// Into memory libjpeg allocates; the caller frees it.
+bool comprimeJpeg(jpeg_compress_struct* info, const cv::Mat& bgr, int qualidade, unsigned char** dados,
+                  unsigned long* tamanho) {
+  if (setjmp(reinterpret_cast<ErroJpeg*>(info->err)->salto)) return false;
+  jpeg_create_compress(info);
+  jpeg_mem_dest(info, dados, tamanho);
+  info->image_width = static_cast<JDIMENSION>(bgr.cols);
+  info->image_height = static_cast<JDIMENSION>(bgr.rows);
+  info->input_components = 3;
+  info->in_color_space = JCS_EXT_BGR;
+  jpeg_set_defaults(info);
+  jpeg_set_quality(info, qualidade, TRUE);
+  jpeg_start_compress(info, TRUE);
+  for (int y = 0; y < bgr.rows; ++y) {
+    JSAMPROW linha = const_cast<uchar*>(bgr.ptr<uchar>(y));
+    jpeg_write_scanlines(info, &linha, 1);
+  }
+  jpeg_finish_compress(info);
+  return true;
+}
+
 }  // namespace
+
+bool codificaJpeg(const cv::Mat& imagem, int qualidade, std::vector<uchar>& bytes) {
+  bytes.clear();
+  if (imagem.type() != CV_8UC3 || imagem.empty()) return false;
+  jpeg_compress_struct info{};
+  ErroJpeg erro{};
+  info.err = jpeg_std_error(&erro.base);
+  erro.base.error_exit = falhaJpeg;
+  erro.base.emit_message = mensagemJpeg;
+  unsigned char* dados = nullptr;
+  unsigned long tamanho = 0;
+  const bool ok = comprimeJpeg(&info, imagem, qualidade, &dados, &tamanho);
+  jpeg_destroy_compress(&info);
+  if (ok && dados) bytes.assign(dados, dados + tamanho);
+  std::free(dados);
+  return ok && !bytes.empty();
+}
 
 bool leJpeg(FILE* f, bool cor, cv::Mat& out, Dimensoes& declaradas) {
   jpeg_decompress_struct info{};

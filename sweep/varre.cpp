@@ -7,6 +7,7 @@
 #include "support/arquivos.hpp"
 #include "support/assinatura.hpp"
 #include "support/erro.hpp"
+#include "support/decodifica.hpp"
 #include "support/imagem.hpp"
 #include "support/processo.hpp"
 #include "sweep/fatias.hpp"
@@ -199,7 +200,14 @@ void desenha(const Plano& p, const datasets::Sequencia& s, int k, const Detector
   for (char& c : nome)
     if (c == '/' || c == ':' || c == ' ') c = '_';
   tvm::criaPastas(p.saida + "/desenhos");
-  tvm::imp(display::desenhaAcertos(ia, ib, m1, m2, certos, erros, 10, 720), p.saida + "/desenhos/" + nome + ".jpg");
+  // Encoded here with libjpeg, at quality 80: the codec plug-in would add
+  // its libraries to the sweep's peak memory for a few small pictures.
+  std::vector<uchar> jpeg;
+  if (!tvm::codificaJpeg(display::desenhaAcertos(ia, ib, m1, m2, certos, erros, 10, 720), 80, jpeg))
+    tvm::erro("Erro: desenho nao codificado para ", nome);
+  tvm::SaidaSegura saida(p.saida + "/desenhos/" + nome + ".jpg");
+  saida.escreve(jpeg.data(), jpeg.size());
+  saida.confirma();
 }
 
 void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const Detector& det, const Descritor& des,
