@@ -129,6 +129,9 @@ Plano lePlano(int argc, char** argv) {
         p.medidas.comum = measures::ParteComum::opencv;
       else
         tvm::erro("Erro: comum deve ser ambas ou opencv: ", valor);
+    } else if (chave == "medidas") {
+      if (valor != "todas" && valor != "mma") tvm::erro("Erro: medidas deve ser todas ou mma: ", valor);
+      p.medidas.soMMA = valor == "mma";
     } else if (chave == "curva") {
       curva = valor;
     } else if (chave == "shard") {

@@ -176,12 +176,16 @@ struct Repeticao {
 
 Repeticao repeticao(const Plano& p, const Descricao& a, const Descricao& b, const cv::Mat_<uchar>& ia,
                     const cv::Mat_<uchar>& ib, const Geometria& g) {
+  Repeticao r;
+  if (p.medidas.soMMA) {
+    r.texto = "NA,NA,NA,NA,NA";
+    return r;
+  }
   const auto t0 = Relogio::now();
   const measures::RepeticaoSobreposicao sob = measures::repeticaoSobreposicao(
       a.keypoints, b.keypoints, g.H, g.Hinv, ia.size(), ib.size(), p.medidas.erro / 100, p.medidas.comum);
   const measures::RepeticaoDistancia dist =
       measures::repeticaoDistancia(a.keypoints, b.keypoints, g.H, g.Hinv, ia.size(), ib.size(), p.medidas.px);
-  Repeticao r;
   r.texto = evaluation::texto(sob.repeatability()) + "," + std::to_string(sob.correspondencias) + "," +
             std::to_string(sob.n1) + "," + std::to_string(sob.n2) + "," + evaluation::texto(dist.repeatability());
   r.segundos = segundosDesde(t0);
@@ -267,8 +271,18 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const 
     oc.ransac = p.medidas.ransac;
     if (p.medidas.dist > 0) oc.dist = p.medidas.dist;
     measures::MedidasCasamento m;
-    falha = capturaFalha(
-        [&] { m = measures::medeCasamentos(a.keypoints, b.keypoints, m1, m2, g.H, g.Hinv, ia.size(), ib.size(), oc); });
+    if (p.medidas.soMMA) {
+      // D2-Net's protocol needs the reprojection errors alone; a match
+      // within 3 px is drawn as correct.
+      std::vector<double> erros(m1.size());
+      for (size_t i = 0; i < m1.size(); ++i) erros[i] = measures::erroReprojecao(g.H, m1[i].pt, m2[i].pt);
+      m.mma = measures::mma(erros);
+      for (double e : erros) m.certos.push_back(e <= 3);
+    } else {
+      falha = capturaFalha([&] {
+        m = measures::medeCasamentos(a.keypoints, b.keypoints, m1, m2, g.H, g.Hinv, ia.size(), ib.size(), oc);
+      });
+    }
     if (!falha.empty()) {
       linhaFalha(o, s, k, det, des, cas, falha);
       continue;
@@ -279,13 +293,15 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const 
                         std::to_string(a.detectados) + "," + std::to_string(b.detectados) + "," +
                         std::to_string(a.keypoints.size()) + "," + std::to_string(b.keypoints.size()) + "," +
                         std::to_string(a.descartados + b.descartados) + "," + rep.texto + "," +
-                        std::to_string(matches.size()) + "," + std::to_string(m.corretos) + "," +
+                        std::to_string(matches.size()) + "," +
+                        (p.medidas.soMMA ? std::string("NA") : std::to_string(m.corretos)) + "," +
                         evaluation::texto(m.matchingScore);
     for (const measures::Medida& v : m.mma) linha += "," + evaluation::texto(v);
     linha += "," + evaluation::texto(m.ap) + "," + evaluation::texto(m.erroHomografia);
-    for (int t : {1, 3, 5}) linha += "," + std::to_string(measures::homografiaCorreta(m.erroHomografia, t));
+    for (int t : {1, 3, 5})
+      linha += "," + (p.medidas.soMMA ? std::string("NA") : std::to_string(measures::homografiaCorreta(m.erroHomografia, t)));
     o.linhas += linha + "\n";
-    if (comCurva) {
+    if (comCurva && !p.medidas.soMMA) {
       const std::vector<measures::PontoRP> curva = measures::curvaRecallPrecisao(m.certos);
       for (size_t i = 0; i < curva.size(); ++i)
         o.curvas += c + "," + std::to_string(i + 1) + "," + numero("%.9g", curva[i].umMenosPrecisao) + "," +
@@ -638,7 +654,7 @@ std::string arquivoUnidade(const Plano& p, const Unidade& u) {
                        p.opcoesCasadores + "|med " + numero("%.17g", p.medidas.erro) + " " +
                        (p.medidas.comum == measures::ParteComum::ambas ? "ambas" : "opencv") + " " +
                        numero("%.17g", p.medidas.px) + " " + numero("%.17g", p.medidas.ransac) + " " +
-                       numero("%.17g", p.medidas.dist);
+                       numero("%.17g", p.medidas.dist) + (p.medidas.soMMA ? " mma" : "");
   if (s.nome == p.curvaSequencia) opcoes += "|curva " + std::to_string(p.curvaVista);
   // Files of other programs: their sizes and times, so that a changed one
   // makes its units anew.

@@ -51,6 +51,10 @@ struct OpcoesMedidas {
   double px = 3;      // distance repeatability, pixels
   double ransac = 3;  // homography estimation threshold, pixels
   double dist = 0;    // > 0: a match is correct by distance, as MatScore's dist=
+  // medidas=mma: D2-Net's protocol and nothing else, the matches' counts and
+  // MMA; the other measures' columns hold NA (a sweep of precomputed
+  // features then costs little beyond its matching).
+  bool soMMA = false;
 };
 
 // Everything a sweep needs, read from its command line.

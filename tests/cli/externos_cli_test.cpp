@@ -83,7 +83,13 @@ TEST_F(Externos, QuatroCaminhosDaoOMesmoMMAQueONumPy) {
   const teste::Execucao sg =
       teste::roda({"Varre", "ds", "sg-o", "mat=npz:sg", "graficos=0"}, pasta_->caminho());
   ASSERT_EQ(sg.status, 0) << sg.err;
-  const auto m = mma("o"), s = mma("sg-o");
+  // D2-Net's protocol alone (medidas=mma) gives the same rows.
+  const teste::Execucao so = teste::roda({"Varre", "ds", "so-o", "feat=npz:sift-py", "mat=mutuo", "medidas=mma",
+                                          "graficos=0"}, pasta_->caminho());
+  ASSERT_EQ(so.status, 0) << so.err;
+  const auto m = mma("o"), s = mma("sg-o"), soMMA = mma("so-o");
+  for (const auto& [chave, valores] : soMMA) EXPECT_EQ(m.at(chave), valores) << chave;
+  EXPECT_EQ(soMMA.size(), 3u);
 
   const auto esperados = ancora({});
   for (const auto& [divisao, esperado] : esperados) {
