@@ -1,4 +1,4 @@
-// quivelar: one executable, 30 tools for testing local image features.
+// quivelar: one executable holding the tools for testing local image features.
 // The first word names the tool (any letter case); the rest are its arguments.
 #include "app/comandos.hpp"
 #include "support/argumentos.hpp"

@@ -51,7 +51,10 @@ void desenhaEm(const Figura& f, const char* dispositivo, const std::string& arqu
   plmkstrm(&novo);
   plsdev(dispositivo);
   plsfnam(arquivo.c_str());
-  plspage(0, 0, largura, kAltura, 0, 0);
+  // Taller for a long legend (a line per configuration, about 19 pixels
+  // each in the legend's 64 % of the height), so that none is cut off.
+  const int altura = std::max(kAltura, static_cast<int>(19 * legenda.size() / 0.64) + 40);
+  plspage(0, 0, largura, altura, 0, 0);
   plscmap0n(2 + kCores);
   plscol0(0, 255, 255, 255);
   plscol0(1, 0, 0, 0);

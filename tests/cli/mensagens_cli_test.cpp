@@ -342,16 +342,16 @@ TEST_P(Mensagens, SaidaErroEStatusExatos) {
 INSTANTIATE_TEST_SUITE_P(Ferramentas, Mensagens, testing::ValuesIn(kCasos),
                          [](const testing::TestParamInfo<CasoFalha>& i) { return i.param.nome; });
 
-// The README's table of algorithms is the program's, as scripts/readme-algoritmos writes it.
-TEST(Documentos, TabelaDeAlgoritmosDoReadmeEADoPrograma) {
-  const std::string readme = teste::leTexto(std::string(QUIVELAR_DATA) + "/../README.md");
+// The table of algorithms in docs/ is the program's, as scripts/readme-algoritmos writes it.
+TEST(Documentos, TabelaDeAlgoritmosDosDocsEDoPrograma) {
+  const std::string doc = teste::leTexto(std::string(QUIVELAR_FONTE) + "/docs/algorithms.md");
   const std::string inicio = "<!-- algoritmos -->\n", fim = "<!-- /algoritmos -->";
-  const size_t a = readme.find(inicio), b = readme.find(fim);
+  const size_t a = doc.find(inicio), b = doc.find(fim);
   ASSERT_NE(a, std::string::npos);
   ASSERT_NE(b, std::string::npos);
   teste::PastaTemp p;
-  EXPECT_EQ(readme.substr(a + inicio.size(), b - a - inicio.size()), teste::rodaBem({"Algoritmos"}, p.caminho()))
-      << "scripts/readme-algoritmos refaz a copia do README";
+  EXPECT_EQ(doc.substr(a + inicio.size(), b - a - inicio.size()), teste::rodaBem({"Algoritmos"}, p.caminho()))
+      << "scripts/readme-algoritmos refaz a copia de docs/algorithms.md";
 }
 
 }  // namespace
