@@ -38,6 +38,17 @@ bool separaH5(const std::string& arquivo, std::string& h5, std::string& resto) {
 
 }  // namespace
 
+const Externos& externos() {
+  static const Externos e = {
+      tvm::funcaoPlugin<LeD2Net>(kPluginExternos, "quivelarLeD2Net"),
+      tvm::funcaoPlugin<LeHloc>(kPluginExternos, "quivelarLeHloc"),
+      tvm::funcaoPlugin<LeHlocCasamentos>(kPluginExternos, "quivelarLeHlocCasamentos"),
+      tvm::funcaoPlugin<LeSuperGlue>(kPluginExternos, "quivelarLeSuperGlue"),
+      tvm::funcaoPlugin<LeProfundidade>(kPluginExternos, "quivelarLeProfundidade"),
+      tvm::funcaoPlugin<EscreveProfundidade>(kPluginExternos, "quivelarEscreveProfundidade")};
+  return e;
+}
+
 float tamanhoPadrao() {
   const char* v = std::getenv("QUIVELAR_TAMANHO_PADRAO");
   if (v == nullptr || *v == '\0') return kTamanhoPadrao;
@@ -48,7 +59,7 @@ float tamanhoPadrao() {
 }
 
 Caracteristicas leD2Net(const std::string& arquivo, float tamanhoPadrao) {
-  static const LeD2Net f = tvm::funcaoPlugin<LeD2Net>(kPluginExternos, "quivelarLeD2Net");
+  const LeD2Net f = externos().d2net;
   Caracteristicas c;
   std::string erro;
   if (!f(arquivo.c_str(), tamanhoPadrao, &c, &erro)) throw tvm::Erro(erro);
@@ -109,8 +120,8 @@ Caracteristicas deBytes(const std::string& s) {
 
 // libhdf5 dies on some damaged files: each HDF5 read runs in a child process.
 Caracteristicas leHloc(const std::string& arquivo, const std::string& imagem, float tamanhoPadrao) {
-  // Loaded here, before the fork: the child finds it mapped.
-  static const LeHloc f = tvm::funcaoPlugin<LeHloc>(kPluginExternos, "quivelarLeHloc");
+  // Resolved here, before the fork: the child finds it mapped.
+  const LeHloc f = externos().hloc;
   return deBytes(tvm::emFilho(
       [&] {
         Caracteristicas c;
@@ -123,7 +134,7 @@ Caracteristicas leHloc(const std::string& arquivo, const std::string& imagem, fl
 
 std::vector<cv::DMatch> leHlocCasamentos(const std::string& arquivo, const std::string& nome0,
                                          const std::string& nome1, size_t n0, size_t n1) {
-  static const LeHlocCasamentos f = tvm::funcaoPlugin<LeHlocCasamentos>(kPluginExternos, "quivelarLeHlocCasamentos");
+  const LeHlocCasamentos f = externos().hlocCasamentos;
   const std::string bytes = tvm::emFilho(
       [&] {
         std::vector<cv::DMatch> lidos;
@@ -146,7 +157,7 @@ std::vector<cv::DMatch> leHlocCasamentos(const std::string& arquivo, const std::
 }
 
 CasamentosDados leSuperGlue(const std::string& arquivo, float tamanhoPadrao) {
-  static const LeSuperGlue f = tvm::funcaoPlugin<LeSuperGlue>(kPluginExternos, "quivelarLeSuperGlue");
+  const LeSuperGlue f = externos().superGlue;
   CasamentosDados c;
   std::string erro;
   if (!f(arquivo.c_str(), tamanhoPadrao, &c, &erro)) throw tvm::Erro(erro);

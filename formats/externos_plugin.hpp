@@ -25,3 +25,20 @@ using EscreveProfundidade = bool (*)(const cv::Mat* d, const char* temporario, c
 }
 
 constexpr const char* kPluginExternos = "libquivelar_externos.so";
+
+namespace formats {
+
+// The plug-in's entry points, loaded and resolved once, on the first call.
+// A sweep makes that call before its workers start: a fork while another
+// thread holds the loader's lock would leave the child waiting forever.
+struct Externos {
+  LeD2Net d2net;
+  LeHloc hloc;
+  LeHlocCasamentos hlocCasamentos;
+  LeSuperGlue superGlue;
+  LeProfundidade profundidade;
+  EscreveProfundidade escreveProfundidade;
+};
+const Externos& externos();
+
+}  // namespace formats

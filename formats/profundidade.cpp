@@ -11,7 +11,7 @@
 namespace formats {
 
 cv::Mat_<float> leProfundidade(const std::string& arquivo) {
-  static const LeProfundidade f = tvm::funcaoPlugin<LeProfundidade>(kPluginExternos, "quivelarLeProfundidade");
+  const LeProfundidade f = externos().profundidade;
   const std::string s = tvm::emFilho(
       [&] {
         std::string bytes, erro;
@@ -31,8 +31,7 @@ cv::Mat_<float> leProfundidade(const std::string& arquivo) {
 }
 
 void escreveProfundidade(const cv::Mat_<float>& d, tvm::SaidaSegura& saida) {
-  static const EscreveProfundidade f =
-      tvm::funcaoPlugin<EscreveProfundidade>(kPluginExternos, "quivelarEscreveProfundidade");
+  const EscreveProfundidade f = externos().escreveProfundidade;
   const cv::Mat m = d;
   std::string erro;
   if (!f(&m, saida.temporario().c_str(), saida.destino().c_str(), &erro)) throw tvm::Erro(erro);

@@ -1,6 +1,7 @@
 // The sweep's command line, read into a plan.
 #include "sweep/varre.hpp"
 
+#include "formats/externos_plugin.hpp"
 #include "support/erro.hpp"
 
 #include <algorithm>
@@ -210,6 +211,8 @@ Plano lePlano(int argc, char** argv) {
       cass.push_back(f.casador.nome);
     }
   };
+  // The readers' plug-in loads now, on this one thread, before any worker.
+  if (!feats.empty() || !exts.empty() || !casFontes.empty()) formats::externos();
   for (const std::string& f : feats) poeFonte("feat", f);
   for (const std::string& e : exts) poeFonte("ext", e);
   for (const std::string& c : casFontes) poeFonte("mat", c);
