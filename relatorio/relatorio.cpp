@@ -373,7 +373,7 @@ window.addEventListener('load', function () {
 
 }  // namespace
 
-long long escreve(const std::string& saida) {
+void escreve(const std::string& saida) {
   const formats::TabelaCSV t = formats::leTabelaCSV(saida + "/resultados.csv");
   for (const char* c : {"sequence", "pair", "detector", "descriptor", "matcher", "status"})
     if (t.coluna(c) < 0) tvm::erro(std::string("Erro: coluna ") + c + " ausente em ", t.arquivo);
@@ -388,7 +388,7 @@ long long escreve(const std::string& saida) {
   tvm::SaidaSegura arquivo(saida + "/relatorio.html");
   formats::escreveTexto(arquivo, p);
   arquivo.confirma();
-  return static_cast<long long>(p.size());
+  std::printf("Relatorio: %s/relatorio.html (%.1f MB)\n", saida.c_str(), static_cast<double>(p.size()) / 1e6);
 }
 
 }  // namespace relatorio
@@ -399,6 +399,5 @@ void Relatorio(int argc, char** argv) {
                    "Relatorio SAIDA",
                    "  Le SAIDA/resultados.csv, curvas.csv, tempos.csv, varredura.txt e desenhos/; escreve",
                    "  SAIDA/relatorio.html, uma pagina so (estilo, graficos e desenhos dentro dela)"});
-  const long long bytes = relatorio::escreve(argv[1]);
-  std::printf("Relatorio: %s/relatorio.html (%.1f MB)\n", argv[1], bytes / 1e6);
+  relatorio::escreve(argv[1]);
 }

@@ -32,8 +32,9 @@ namespace relatorio {
 constexpr int kMaxDesenhos = 40;
 constexpr int kMaxSequencias = 24;
 
-// Writes SAIDA/relatorio.html (whole or not at all); returns its size in bytes.
-long long escreve(const std::string& saida);
+// Writes SAIDA/relatorio.html (whole or not at all) and says so on stdout,
+// with its size.
+void escreve(const std::string& saida);
 
 }  // namespace relatorio
 

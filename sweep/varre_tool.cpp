@@ -49,8 +49,7 @@ void escreveRelatorio(const std::string& saida) {
   // The sweep's heap, kept for its workers, goes back before the report
   // loads the plotting libraries: the run's peak stays the sweep's.
   ::malloc_trim(0);
-  const long long bytes = relatorio::escreve(saida);
-  std::printf("Relatorio: %s/relatorio.html (%.1f MB)\n", saida.c_str(), bytes / 1e6);
+  relatorio::escreve(saida);
 }
 
 // D2-Net's summary beside the tables: mma.csv.
