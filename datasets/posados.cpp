@@ -147,6 +147,17 @@ struct Pose {
   cv::Vec3d t;
 };
 
+// An image's name, a path under the image folder: an absolute one or one
+// with a ".." component would reach files outside the dataset, and a NUL
+// byte would cut the path short where the system reads it.
+std::string nomeDeImagem(Linha& l) {
+  const std::string nome = l.palavra();
+  if (nome.find('\0') != std::string::npos) l.falha("byte nulo num nome de imagem");
+  if (nome[0] == '/' || ("/" + nome + "/").find("/../") != std::string::npos)
+    l.falha("nome de imagem fora da pasta " + nome);
+  return nome;
+}
+
 std::string semExtensao(const std::string& nome) {
   const size_t ponto = nome.rfind('.'), barra = nome.rfind('/');
   return ponto == std::string::npos || (barra != std::string::npos && ponto < barra) ? nome : nome.substr(0, ponto);
@@ -168,6 +179,7 @@ std::vector<ParPosado> paresDe(const std::string& pasta, const std::string& imag
       if (it == poses.end()) l.falha("imagem desconhecida " + nome);
       q[i] = &it->second;
       (i ? p.imagem1 : p.imagem0) = imagens + "/" + nome;
+      (i ? p.nome1 : p.nome0) = nome;
       const std::string d = pasta + "/depths/" + semExtensao(nome) + ".h5";
       if (ehArquivo(d)) (i ? p.profundidade1 : p.profundidade0) = d;
     }
@@ -175,6 +187,9 @@ std::vector<ParPosado> paresDe(const std::string& pasta, const std::string& imag
     p.cameras.K1 = q[1]->K;
     p.cameras.R = q[1]->R * q[0]->R.t();
     p.cameras.t = q[1]->t - p.cameras.R * q[0]->t;
+    // Finite translations near the largest double can still sum past it.
+    const cv::Vec3d& t = p.cameras.t;
+    if (!(std::isfinite(t[0]) && std::isfinite(t[1]) && std::isfinite(t[2]))) l.falha("translacao relativa nao finita");
     pares.push_back(p);
   }
   return pares;
@@ -186,8 +201,10 @@ std::vector<ParPosado> leSuperGlue(const std::string& arquivo, const std::string
     Linha l(texto, arquivo, numero);
     l.exige(38);
     ParPosado p;
-    p.imagem0 = imagens + "/" + l.palavra();
-    p.imagem1 = imagens + "/" + l.palavra();
+    p.nome0 = nomeDeImagem(l);
+    p.nome1 = nomeDeImagem(l);
+    p.imagem0 = imagens + "/" + p.nome0;
+    p.imagem1 = imagens + "/" + p.nome1;
     p.giro0 = l.inteiro(0, 3);
     p.giro1 = l.inteiro(0, 3);
     p.cameras.K0 = l.matriz<3, 3>();
@@ -195,6 +212,10 @@ std::vector<ParPosado> leSuperGlue(const std::string& arquivo, const std::string
     const cv::Matx44d T = l.matriz<4, 4>();
     confereK(p.cameras.K0, l);
     confereK(p.cameras.K1, l);
+    // A turn moves the skew below the diagonal, where measures::normaliza
+    // does not look: the turned image's ground truth would be wrong.
+    if ((p.giro0 && p.cameras.K0(0, 1) != 0) || (p.giro1 && p.cameras.K1(0, 1) != 0))
+      l.falha("K inclinada (skew != 0) numa imagem girada");
     if (T(3, 0) != 0 || T(3, 1) != 0 || T(3, 2) != 0 || T(3, 3) != 1) l.falha("T_0to1 sem ultima linha 0 0 0 1");
     p.cameras.R = T.get_minor<3, 3>(0, 0);
     p.cameras.t = cv::Vec3d(T(0, 3), T(1, 3), T(2, 3));
@@ -213,7 +234,7 @@ std::vector<ParPosado> leVistas(const std::string& pasta, const std::string& ima
   std::map<std::string, Pose> poses;
   for (const auto& [numero, texto] : leLinhas(arquivo)) {
     Linha l(texto, arquivo, numero);
-    const std::string nome = l.palavra();
+    const std::string nome = nomeDeImagem(l);
     Pose p;
     p.R = l.matriz<3, 3>();
     p.t = l.vetor<3>();
@@ -254,7 +275,7 @@ std::vector<ParPosado> leColmap(const std::string& pasta, const std::string& ima
     const auto c = cameras.find(camera);
     if (c == cameras.end()) l.falha("camera desconhecida " + std::to_string(camera));
     p.K = c->second;
-    poeNome(poses, l.palavra(), p, l);
+    poeNome(poses, nomeDeImagem(l), p, l);
     ++i;  // its 2D points
   }
   return paresDe(pasta, imagens, poses);

@@ -48,6 +48,7 @@ namespace datasets {
 
 struct ParPosado {
   std::string imagem0, imagem1;  // paths
+  std::string nome0, nome1;      // the names the list gives
   int giro0 = 0, giro1 = 0;      // quarter turns counter-clockwise, 0..3
   measures::Cameras cameras;     // of the stored images; no depth loaded
   std::string profundidade0, profundidade1;  // depth files, "" when none

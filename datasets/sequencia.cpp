@@ -60,6 +60,8 @@ const char* nomeTipo(Tipo t) {
       return "illumination";
     case Tipo::pontoDeVista:
       return "viewpoint";
+    case Tipo::posada:
+      return "posed";
     default:
       return "";
   }
@@ -81,16 +83,68 @@ bool leSequencia(const std::string& pasta, Sequencia& s) {
       s.imagens.push_back(l.imagem(pasta, k));
       const std::string h = k > 1 ? l.transformacao(pasta, k) : "";
       s.transformacoes.push_back(existeArquivo(h) ? h : "");
+      if (k > 1) s.pares.push_back({0, k - 1, "1-" + std::to_string(k), s.transformacoes.back(), std::nullopt});
     }
     return true;
   }
   return false;
 }
 
-std::vector<Sequencia> leDataset(const std::string& pasta, const std::vector<std::string>& nomes) {
+namespace {
+
+// A scene folder of a posed layout.
+bool ehCena(const std::string& pasta) {
+  return existeArquivo(pasta + "/views.txt") ||
+         (existeArquivo(pasta + "/cameras.txt") && existeArquivo(pasta + "/images.txt"));
+}
+
+std::string semExtensao(const std::string& nome) {
+  const size_t ponto = nome.rfind('.');
+  return ponto == std::string::npos || ponto == 0 ? nome : nome.substr(0, ponto);
+}
+
+}  // namespace
+
+Sequencia sequenciaPosada(const std::string& nome, const std::string& pasta, const std::vector<ParPosado>& pares) {
+  Sequencia s;
+  s.nome = nome;
+  s.pasta = pasta;
+  s.tipo = Tipo::posada;
+  // An image is its file and its turn; its index, in the order pairs name them.
+  const auto indice = [&](const std::string& caminho, const std::string& nomeLista, int giro,
+                          const std::string& profundidade) {
+    for (size_t i = 0; i < s.imagens.size(); ++i)
+      if (s.imagens[i] == caminho && s.giros[i] == giro) return static_cast<int>(i);
+    s.imagens.push_back(caminho);
+    s.transformacoes.emplace_back();
+    s.nomes.push_back(nomeLista);
+    s.giros.push_back(giro);
+    s.profundidades.push_back(profundidade);
+    return static_cast<int>(s.imagens.size() - 1);
+  };
+  for (const ParPosado& p : pares) {
+    ParDaSequencia q;
+    q.a = indice(p.imagem0, p.nome0, p.giro0, p.profundidade0);
+    q.b = indice(p.imagem1, p.nome1, p.giro1, p.profundidade1);
+    q.rotulo = p.nome0 + " " + p.nome1;
+    q.posado = p;
+    s.pares.push_back(q);
+  }
+  return s;
+}
+
+std::vector<Sequencia> leDataset(const std::string& pasta, const std::vector<std::string>& nomes,
+                                 const std::string& pastaImagens) {
   std::vector<Sequencia> todas;
   Sequencia s;
-  if (leSequencia(pasta, s)) {
+  if (existeArquivo(pasta)) {
+    // A pair list, named after its file.
+    const size_t barra = pasta.rfind('/');
+    todas.push_back(sequenciaPosada(semExtensao(nomeDaPasta(pasta)), barra == std::string::npos ? "." : pasta.substr(0, barra),
+                                    leDatasetPosado(pasta, pastaImagens)));
+  } else if (ehCena(pasta)) {
+    todas.push_back(sequenciaPosada(nomeDaPasta(pasta), pasta, leDatasetPosado(pasta, pastaImagens)));
+  } else if (leSequencia(pasta, s)) {
     todas.push_back(s);
   } else {
     std::unique_ptr<DIR, int (*)(DIR*)> d(opendir(pasta.c_str()), closedir);
@@ -101,10 +155,16 @@ std::vector<Sequencia> leDataset(const std::string& pasta, const std::vector<std
       if (nome != "." && nome != ".." && ehPasta(pasta + "/" + nome)) entradas.push_back(nome);
     }
     std::sort(entradas.begin(), entradas.end());
-    for (const std::string& nome : entradas)
-      if (leSequencia(pasta + "/" + nome, s)) todas.push_back(s);
+    for (const std::string& nome : entradas) {
+      // Each scene's images are in its own images/ folder.
+      if (ehCena(pasta + "/" + nome))
+        todas.push_back(sequenciaPosada(nome, pasta + "/" + nome, leDatasetPosado(pasta + "/" + nome)));
+      else if (leSequencia(pasta + "/" + nome, s))
+        todas.push_back(s);
+    }
   }
-  if (todas.empty()) tvm::erro("Erro: nenhuma sequencia (img1.ppm.. ou 1.ppm..) em ", pasta);
+  if (todas.empty())
+    tvm::erro("Erro: nenhuma sequencia (img1.ppm.. ou 1.ppm..) nem cena posada (views.txt, cameras.txt) em ", pasta);
   if (nomes.empty()) return todas;
   std::vector<Sequencia> escolhidas;
   for (const std::string& nome : nomes) {

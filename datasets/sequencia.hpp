@@ -15,17 +15,34 @@
 // The pairs measured are 1-2 .. 1-N. A view whose image or transform is
 // missing still counts: the sweep reports its pair as failed rather than
 // silently measuring fewer pairs.
+//
+// A posed dataset (datasets/posados.hpp: a SuperGlue pair list, a
+// glue-factory scene, a COLMAP model) is read into the same shape: one
+// sequence per list or scene, its images those the pairs name (an image
+// turned by a quarter turn is an image of its own), its pairs the list's,
+// each with its cameras instead of a transform file.
 #pragma once
 
+#include "datasets/posados.hpp"
+
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace datasets {
 
-enum class Tipo { nenhum, iluminacao, pontoDeVista };
+enum class Tipo { nenhum, iluminacao, pontoDeVista, posada };
 
-// "illumination", "viewpoint" or "" (the kind column of the sweep's table).
+// "illumination", "viewpoint", "posed" or "" (the kind column of the sweep's table).
 const char* nomeTipo(Tipo t);
+
+// A pair the sweep measures: images a and b of the sequence.
+struct ParDaSequencia {
+  int a = 0, b = 1;
+  std::string rotulo;         // the pair column: "1-k", or "NAME0 NAME1" for a posed pair
+  std::string transformacao;  // planar: the transform file from a to b, "" when missing
+  std::optional<ParPosado> posado;  // posed: the cameras of the stored images
+};
 
 struct Sequencia {
   std::string nome;   // the folder's name
@@ -34,6 +51,12 @@ struct Sequencia {
   // imagens[k] is image k + 1; transformacoes[k] the transform from image 1
   // to it (empty for k = 0). An empty name: the file is not there.
   std::vector<std::string> imagens, transformacoes;
+  // Posed sequences only, per image: the name the list gives it (other
+  // programs' files know it by that name), its quarter turns and its depth
+  // file ("" when none).
+  std::vector<std::string> nomes, profundidades;
+  std::vector<int> giros;
+  std::vector<ParDaSequencia> pares;
   int vistas() const { return static_cast<int>(imagens.size()); }
 };
 
@@ -41,9 +64,15 @@ struct Sequencia {
 // view in either layout.
 bool leSequencia(const std::string& pasta, Sequencia& s);
 
+// The posed pairs of one list or scene as a sequence named `nome`.
+Sequencia sequenciaPosada(const std::string& nome, const std::string& pasta, const std::vector<ParPosado>& pares);
+
 // The sequences of a dataset, sorted by name; when `nomes` is not empty only
-// those, each of which must exist. Stops when the folder cannot be read or
-// holds no sequence.
-std::vector<Sequencia> leDataset(const std::string& pasta, const std::vector<std::string>& nomes);
+// those, each of which must exist. The dataset is a sequence folder, a
+// posed scene folder, a pair list file, or a folder of sequences and scenes
+// (`pastaImagens` as leDatasetPosado's). Stops when the folder cannot be read
+// or holds no sequence.
+std::vector<Sequencia> leDataset(const std::string& pasta, const std::vector<std::string>& nomes,
+                                 const std::string& pastaImagens = "");
 
 }  // namespace datasets

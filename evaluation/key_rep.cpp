@@ -27,9 +27,9 @@ void KeyRep(int argc, char** argv) {
   if (!(px > 0)) tvm::erro("Erro: px fora do intervalo");
 
   const measures::RepeticaoSobreposicao sob =
-      measures::repeticaoSobreposicao(par.k1, par.k2, par.H, par.Hinv, par.img1, par.img2, op.erro / 100, op.comum);
+      measures::repeticaoSobreposicao(par.k1, par.k2, par.verdade.H, par.verdade.Hinv, par.img1, par.img2, op.erro / 100, op.comum);
   const measures::RepeticaoDistancia dist =
-      measures::repeticaoDistancia(par.k1, par.k2, par.H, par.Hinv, par.img1, par.img2, px);
+      measures::repeticaoDistancia(par.k1, par.k2, par.verdade.H, par.verdade.Hinv, par.img1, par.img2, px);
 
   std::printf("repeatability=%s correspondences=%d n1=%d n2=%d dist_repeatability=%s repeated1=%d repeated2=%d "
               "dist_n1=%d dist_n2=%d\n",

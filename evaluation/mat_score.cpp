@@ -58,7 +58,7 @@ void MatScore(int argc, char** argv) {
   oc.comum = op.comum;
   oc.ransac = ransac;
   const measures::MedidasCasamento m =
-      measures::medeCasamentos(par.k1, par.k2, c.keypoints1, c.keypoints2, par.H, par.Hinv, par.img1, par.img2, oc);
+      measures::medeCasamentos(par.k1, par.k2, c.keypoints1, c.keypoints2, par.verdade.H, par.verdade.Hinv, par.img1, par.img2, oc);
   const size_t n = c.matches.size();
   const std::vector<bool>& certos = m.certos;
   const int corretos = m.corretos, n1 = m.n1, n2 = m.n2;

@@ -16,7 +16,7 @@
 
 namespace evaluation {
 
-void leTransformacao(const std::string& mat33, cv::Matx33d& H, cv::Matx33d& Hinv) {
+measures::Verdade leTransformacao(const std::string& mat33) {
   cv::Mat M, Minv;
   formats::leMat33(M, mat33);
   // Singular values spread by twelve orders of magnitude: the plane is
@@ -26,15 +26,17 @@ void leTransformacao(const std::string& mat33, cv::Matx33d& H, cv::Matx33d& Hinv
   if (!(w.at<double>(2) > 1e-12 * w.at<double>(0)) || !cv::invert(M, Minv, cv::DECOMP_LU))
     tvm::erro("Erro: transformacao singular em ", mat33);
   if (!cv::checkRange(Minv)) tvm::erro("Erro: transformacao singular em ", mat33);
-  H = cv::Matx33d(M);
-  Hinv = cv::Matx33d(Minv);
+  measures::Verdade v;
+  v.H = cv::Matx33d(M);
+  v.Hinv = cv::Matx33d(Minv);
+  return v;
 }
 
 Geometria leGeometria(const std::string& img1, const std::string& img2, const std::string& mat33) {
   Geometria g;
   g.img1 = tvm::tamanho(img1);
   g.img2 = tvm::tamanho(img2);
-  leTransformacao(mat33, g.H, g.Hinv);
+  g.verdade = leTransformacao(mat33);
   return g;
 }
 

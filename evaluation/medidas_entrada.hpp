@@ -4,6 +4,7 @@
 #pragma once
 
 #include "measures/repetibilidade.hpp"
+#include "measures/verdade.hpp"
 #include "support/argumentos.hpp"
 
 #include <opencv2/core.hpp>
@@ -15,7 +16,7 @@ namespace evaluation {
 
 struct Geometria {
   cv::Size img1, img2;
-  cv::Matx33d H, Hinv;  // image 1 to image 2, and back
+  measures::Verdade verdade;  // a homography: the tools that read a transform file
 };
 
 // The images are read for their sizes. A transform that is singular (or so
@@ -23,7 +24,7 @@ struct Geometria {
 // not count matches through a collapsed plane as correct.
 Geometria leGeometria(const std::string& img1, const std::string& img2, const std::string& mat33);
 // The transform file alone, checked and inverted the same way.
-void leTransformacao(const std::string& mat33, cv::Matx33d& H, cv::Matx33d& Hinv);
+measures::Verdade leTransformacao(const std::string& mat33);
 
 // Both images' geometry and both keypoint stores, each checked against its
 // image.

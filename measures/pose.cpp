@@ -92,31 +92,60 @@ double distanciaEpipolar(const cv::Matx33d& E, cv::Point2d x0, cv::Point2d x1) {
   return num * num * (1 / (Ea[0] * Ea[0] + Ea[1] * Ea[1]) + 1 / (Etb[0] * Etb[0] + Etb[1] * Etb[1]));
 }
 
+std::vector<double> distanciasEpipolares(const std::vector<cv::Point2d>& p0, const std::vector<cv::Point2d>& p1,
+                                         const Cameras& c) {
+  const cv::Matx33d E = essencial(c);
+  std::vector<double> d(p0.size());
+  for (size_t i = 0; i < p0.size(); ++i) d[i] = distanciaEpipolar(E, normaliza(c.K0, p0[i]), normaliza(c.K1, p1[i]));
+  return d;
+}
+
 PrecisaoEpipolar precisaoEpipolar(const std::vector<cv::Point2d>& p0, const std::vector<cv::Point2d>& p1,
                                   const Cameras& c) {
-  const cv::Matx33d E = essencial(c);
   constexpr double limiares[3] = {1e-4, 5e-4, 1e-3};
   std::array<int, 3> certos{};
-  for (size_t i = 0; i < p0.size(); ++i) {
-    const double d = distanciaEpipolar(E, normaliza(c.K0, p0[i]), normaliza(c.K1, p1[i]));
+  for (double d : distanciasEpipolares(p0, p1, c))
     for (int k = 0; k < 3; ++k) certos[k] += d < limiares[k];
-  }
   PrecisaoEpipolar r;
   for (int k = 0; k < 3; ++k) r[k] = razao(certos[k], static_cast<double>(p0.size()));
   return r;
 }
 
-Medida erroProfundidade(const Cameras& c, cv::Point2d p0, cv::Point2d p1) {
-  const cv::Mat_<float>& d = c.profundidade0;
-  const double col = std::floor(p0.x + 0.5), lin = std::floor(p0.y + 0.5);
+namespace {
+
+// Point p of an image with depth map d and camera K, in the frame of a
+// camera placed by R, t: no value where p has no depth.
+std::optional<cv::Vec3d> pelaProfundidade(const cv::Mat_<float>& d, const cv::Matx33d& K, const cv::Matx33d& R,
+                                          const cv::Vec3d& t, cv::Point2d p) {
+  const double col = std::floor(p.x + 0.5), lin = std::floor(p.y + 0.5);
   if (!(col >= 0 && lin >= 0 && col < d.cols && lin < d.rows)) return std::nullopt;
   const double z = d(static_cast<int>(lin), static_cast<int>(col));
   if (!(z > 0) || !std::isfinite(z)) return std::nullopt;
-  const cv::Point2d r = normaliza(c.K0, p0);
-  const cv::Vec3d X1 = c.R * cv::Vec3d(z * r.x, z * r.y, z) + c.t;
-  if (!(X1[2] > 0)) return kInf;
-  const cv::Vec3d q = c.K1 * X1;
+  const cv::Point2d r = normaliza(K, p);
+  return R * cv::Vec3d(z * r.x, z * r.y, z) + t;
+}
+
+}  // namespace
+
+Medida erroProfundidade(const Cameras& c, cv::Point2d p0, cv::Point2d p1) {
+  const std::optional<cv::Vec3d> X1 = pelaProfundidade(c.profundidade0, c.K0, c.R, c.t, p0);
+  if (!X1) return std::nullopt;
+  if (!((*X1)[2] > 0)) return kInf;
+  const cv::Vec3d q = c.K1 * *X1;
   return std::hypot(q[0] / q[2] - p1.x, q[1] / q[2] - p1.y);
+}
+
+int visiveisPelaProfundidade(const cv::Mat_<float>& d, const cv::Matx33d& K, const cv::Matx33d& R, const cv::Vec3d& t,
+                             const cv::Matx33d& Koutra, cv::Size outra, const std::vector<cv::Point2d>& pontos) {
+  int n = 0;
+  for (const cv::Point2d& p : pontos) {
+    const std::optional<cv::Vec3d> X = pelaProfundidade(d, K, R, t, p);
+    if (!X || !((*X)[2] > 0)) continue;
+    const cv::Vec3d q = Koutra * *X;
+    const double x = q[0] / q[2], y = q[1] / q[2];
+    n += x >= -0.5 && y >= -0.5 && x < outra.width - 0.5 && y < outra.height - 0.5;
+  }
+  return n;
 }
 
 MedidasProfundidade medeProfundidade(const std::vector<cv::Point2d>& p0, const std::vector<cv::Point2d>& p1,

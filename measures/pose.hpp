@@ -99,6 +99,9 @@ Medida mAA(const std::vector<double>& erros);
 // reports 5e-4, glue-factory all three). d is NaN at an epipole, where the
 // match counts as wrong. No value without matches.
 double distanciaEpipolar(const cv::Matx33d& E, cv::Point2d x0, cv::Point2d x1);
+// d of each match against the true E of the cameras.
+std::vector<double> distanciasEpipolares(const std::vector<cv::Point2d>& p0, const std::vector<cv::Point2d>& p1,
+                                         const Cameras& c);
 using PrecisaoEpipolar = std::array<Medida, 3>;
 PrecisaoEpipolar precisaoEpipolar(const std::vector<cv::Point2d>& p0, const std::vector<cv::Point2d>& p1,
                                   const Cameras& c);
@@ -109,6 +112,12 @@ PrecisaoEpipolar precisaoEpipolar(const std::vector<cv::Point2d>& p0, const std:
 // image-1 pixels. NA where the pixel is off the map or has no depth (not > 0);
 // +inf when the point lands behind camera 1.
 Medida erroProfundidade(const Cameras& c, cv::Point2d p0, cv::Point2d p1);
+// The points of an image (depth map d, camera K) that their depth carries
+// onto another image of size `outra` (camera Koutra, placed by R, t from this
+// one's frame), in front of it: the part of the image the other one sees, a
+// matching score's denominator as the homography's common part is.
+int visiveisPelaProfundidade(const cv::Mat_<float>& d, const cv::Matx33d& K, const cv::Matx33d& R, const cv::Vec3d& t,
+                             const cv::Matx33d& Koutra, cv::Size outra, const std::vector<cv::Point2d>& pontos);
 // Over a match list: the MMA (at most t pixels, t = 1..10) over the matches
 // with depth, and the share of all matches within `limiar` pixels, those
 // without depth counted as wrong (a matching score over matches rather than

@@ -47,7 +47,7 @@ bool leManifesto(const std::string& arquivo, Manifesto& m) {
     } else if (chave == "unidades") {
       campos += static_cast<bool>(in >> m.unidades.inicio >> m.unidades.fim >> m.totalUnidades);
     } else if (chave == "linhas") {
-      campos += static_cast<bool>(in >> m.linhas >> m.tempos >> m.curvas);
+      campos += static_cast<bool>(in >> m.linhas >> m.tempos >> m.curvas >> m.poses);
     } else if (chave == "falhas") {
       campos += static_cast<bool>(in >> m.falhas);
     } else if (chave == "graficos") {
@@ -111,17 +111,19 @@ void gravaFatia(const std::string& saida, const Fatia& f, const Manifesto& m, co
   tvm::criaPastas(saida + "/fatias");
   const std::string base = saida + "/" + nomeFatia(f);
   tvm::SaidaSegura resultados(base + ".resultados.csv"), tempos(base + ".tempos.csv"),
-      curvas(base + ".curvas.csv"), manifesto(base + ".txt");
+      curvas(base + ".curvas.csv"), poses(base + ".poses.csv"), manifesto(base + ".txt");
   formats::escreveTexto(resultados, std::string(kCabecalho) + "\n" + t.linhas);
   formats::escreveTexto(tempos, std::string(kCabecalhoTempos) + "\n" + t.tempos);
   formats::escreveTexto(curvas, std::string(kCabecalhoCurvas) + "\n" + t.curvas);
+  formats::escreveTexto(poses, std::string(kCabecalhoPoses) + "\n" + t.poses);
   formats::escreveTexto(manifesto, "plano " + m.plano + "\nunidades " + std::to_string(m.unidades.inicio) + " " +
                                        std::to_string(m.unidades.fim) + " " + std::to_string(m.totalUnidades) +
                                        "\nlinhas " + std::to_string(contaLinhas(t.linhas)) + " " +
                                        std::to_string(contaLinhas(t.tempos)) + " " +
-                                       std::to_string(contaLinhas(t.curvas)) + "\nfalhas " +
+                                       std::to_string(contaLinhas(t.curvas)) + " " +
+                                       std::to_string(contaLinhas(t.poses)) + "\nfalhas " +
                                        std::to_string(m.falhas) + "\ngraficos " + (m.graficos ? "1" : "0") + "\n");
-  tvm::SaidaSegura::confirmaJuntas({&resultados, &tempos, &curvas, &manifesto});
+  tvm::SaidaSegura::confirmaJuntas({&resultados, &tempos, &curvas, &poses, &manifesto});
 }
 
 Juncao junta(const std::string& saida) {
@@ -174,28 +176,30 @@ Juncao junta(const std::string& saida) {
   Tabelas t;
   for (const auto& [f, m] : achadas) {
     const std::string base = saida + "/" + nomeFatia(f);
-    std::string resultados, tempos, curvas;
+    std::string resultados, tempos, curvas, poses;
     const Faixa esperada = faixa(m.totalUnidades, f);
     if (!leTexto(base + ".resultados.csv", resultados) || !leTexto(base + ".tempos.csv", tempos) ||
-        !leTexto(base + ".curvas.csv", curvas) ||
+        !leTexto(base + ".curvas.csv", curvas) || !leTexto(base + ".poses.csv", poses) ||
         resultados.rfind(std::string(kCabecalho) + "\n", 0) != 0 ||
         esperada.inicio != m.unidades.inicio || esperada.fim != m.unidades.fim ||
         contaLinhas(corpo(resultados)) != m.linhas || contaLinhas(corpo(tempos)) != m.tempos ||
-        contaLinhas(corpo(curvas)) != m.curvas)
+        contaLinhas(corpo(curvas)) != m.curvas || contaLinhas(corpo(poses)) != m.poses)
       tvm::erro("Erro: fatia ", textoFatia(f) + " incompleta em " + pasta + "; rode-a de novo");
     t.linhas += corpo(resultados);
     t.tempos += corpo(tempos);
     t.curvas += corpo(curvas);
+    t.poses += corpo(poses);
     r.unidades = m.totalUnidades;
     r.falhas += m.falhas;
     r.graficos = m.graficos;
   }
   tvm::SaidaSegura resultados(saida + "/resultados.csv"), tempos(saida + "/tempos.csv"),
-      curvas(saida + "/curvas.csv");
+      curvas(saida + "/curvas.csv"), poses(saida + "/poses.csv");
   formats::escreveTexto(resultados, std::string(kCabecalho) + "\n" + t.linhas);
   formats::escreveTexto(tempos, std::string(kCabecalhoTempos) + "\n" + t.tempos);
   formats::escreveTexto(curvas, std::string(kCabecalhoCurvas) + "\n" + t.curvas);
-  tvm::SaidaSegura::confirmaJuntas({&resultados, &tempos, &curvas});
+  formats::escreveTexto(poses, std::string(kCabecalhoPoses) + "\n" + t.poses);
+  tvm::SaidaSegura::confirmaJuntas({&resultados, &tempos, &curvas, &poses});
   return r;
 }
 

@@ -51,14 +51,14 @@ struct Manifesto {
   std::string plano;
   Faixa unidades;
   int totalUnidades = 0;
-  long linhas = 0, tempos = 0, curvas = 0;
+  long linhas = 0, tempos = 0, curvas = 0, poses = 0;
   int falhas = 0;
   bool graficos = true;
 };
 
-// Bodies (no header line) of the three tables of a shard or of a whole sweep.
+// Bodies (no header line) of the four tables of a shard or of a whole sweep.
 struct Tabelas {
-  std::string linhas, tempos, curvas;
+  std::string linhas, tempos, curvas, poses;
 };
 
 // Writes a shard's tables and manifest together.

@@ -133,6 +133,22 @@ Plano lePlano(int argc, char** argv) {
     } else if (chave == "medidas") {
       if (valor != "todas" && valor != "mma") tvm::erro("Erro: medidas deve ser todas ou mma: ", valor);
       p.medidas.soMMA = valor == "mma";
+    } else if (chave == "pose") {
+      if (valor != "ransac" && valor != "magsac") tvm::erro("Erro: pose deve ser ransac ou magsac: ", valor);
+      p.medidas.metodoPose = valor == "ransac" ? measures::MetodoPose::ransac : measures::MetodoPose::magsac;
+    } else if (chave == "limiarpose") {
+      // glue-factory's sweep, or the thresholds given.
+      p.medidas.limiaresPose.clear();
+      if (valor == "glue") p.medidas.limiaresPose = measures::kLimiaresRansac;
+      for (const std::string& v : valor == "glue" ? std::vector<std::string>() : separaLista(valor)) {
+        double limiar = 0;
+        tvm::convArg(limiar, v);
+        if (!(limiar > 0 && limiar < 1e4)) tvm::erro("Erro: limiarpose fora do intervalo: ", v);
+        p.medidas.limiaresPose.push_back(limiar);
+      }
+      if (p.medidas.limiaresPose.empty()) tvm::erro("Erro: limiarpose vazio");
+    } else if (chave == "imagens") {
+      p.pastaImagens = valor;
     } else if (chave == "curva") {
       curva = valor;
     } else if (chave == "shard") {
@@ -234,21 +250,30 @@ Plano lePlano(int argc, char** argv) {
         std::fprintf(stderr, "Aviso: %s so descreve keypoints de %s; o par %s+%s fica fora da varredura\n",
                      e.nome.c_str(), algoritmos::descritor(e.nome)->soDe, d.nome.c_str(), e.nome.c_str());
 
-  p.sequencias = datasets::leDataset(p.dataset, seqs);
+  p.sequencias = datasets::leDataset(p.dataset, seqs, p.pastaImagens);
   // fora= names that are not in the dataset are fine: d2net's list applies
   // to HPatches as a whole, and to any part of it.
   p.sequencias.erase(std::remove_if(p.sequencias.begin(), p.sequencias.end(),
                                     [&](const datasets::Sequencia& s) { return contem(fora, s.nome); }),
                      p.sequencias.end());
   if (p.sequencias.empty()) tvm::erro("Erro: nenhuma sequencia fica depois de fora= em ", p.dataset);
+  // KeyRand draws its pairs through the homography.
+  for (const datasets::Sequencia& s : p.sequencias)
+    for (const Detector& d : p.detectores)
+      if (d.aleatorio && s.tipo == datasets::Tipo::posada)
+        tvm::erro("Erro: ", d.nome, " sorteia pares pela homografia; a cena posada " + s.nome + " nao tem uma");
+  // curva=SEQ:K: pair 1-K of a planar sequence, the K-th pair of a posed one.
   p.curvaSequencia = p.sequencias.front().nome;
   if (!curva.empty()) {
     const size_t doisPontos = curva.rfind(':');
     p.curvaSequencia = curva.substr(0, doisPontos);
-    if (doisPontos != std::string::npos) tvm::convArg(p.curvaVista, curva.substr(doisPontos + 1));
     const auto s = std::find_if(p.sequencias.begin(), p.sequencias.end(),
                                 [&](const datasets::Sequencia& q) { return q.nome == p.curvaSequencia; });
-    if (s == p.sequencias.end() || p.curvaVista < 2 || p.curvaVista > s->vistas())
+    const bool posada = s != p.sequencias.end() && s->tipo == datasets::Tipo::posada;
+    int k = posada ? 1 : 2;
+    if (doisPontos != std::string::npos) tvm::convArg(k, curva.substr(doisPontos + 1));
+    p.curvaPar = posada ? k - 1 : k - 2;
+    if (s == p.sequencias.end() || p.curvaPar < 0 || p.curvaPar >= static_cast<int>(s->pares.size()))
       tvm::erro("Erro: par de curva fora da varredura ", curva);
   }
   return p;

@@ -3,6 +3,7 @@
 #include "display/desenhos.hpp"
 #include "evaluation/medidas_entrada.hpp"
 #include "formats/csv.hpp"
+#include "formats/profundidade.hpp"
 #include "measures/casamento.hpp"
 #include "support/arquivos.hpp"
 #include "support/assinatura.hpp"
@@ -28,9 +29,12 @@ const char* const kCabecalho =
     "sequence,kind,pair,detector,descriptor,matcher,status,keypoints1,keypoints2,described1,described2,dropped,"
     "repeatability,correspondences,n1,n2,dist_repeatability,matches,correct,matching_score,"
     "mma@1,mma@2,mma@3,mma@4,mma@5,mma@6,mma@7,mma@8,mma@9,mma@10,ap,homography_error,"
-    "homography@1,homography@3,homography@5";
+    "homography@1,homography@3,homography@5,pose_error,rotation_error,translation_error,inliers,epipolar@1e-4,"
+    "epipolar@5e-4,epipolar@1e-3";
 const char* const kCabecalhoTempos = "sequence,pair,detector,descriptor,matcher,detect_s,describe_s,match_s,measure_s";
 const char* const kCabecalhoCurvas = "sequence,pair,detector,descriptor,matcher,rank,one_minus_precision,recall";
+const char* const kCabecalhoPoses =
+    "sequence,pair,detector,descriptor,matcher,threshold,pose_error,rotation_error,translation_error,inliers";
 
 namespace {
 
@@ -61,9 +65,12 @@ std::string capturaFalha(F&& f) {
   return "";
 }
 
-// An image's name as another program's files know it: its path under the
-// dataset's folder ("i_ajuntament/1.ppm"; "img1.png" for a lone sequence).
-std::string nomeNoDataset(const Plano& p, const std::string& caminho) {
+// An image's name as another program's files know it: the name a posed
+// list gives it, else its path under the dataset's folder
+// ("i_ajuntament/1.ppm"; "img1.png" for a lone sequence).
+std::string nomeNoDataset(const Plano& p, const datasets::Sequencia& s, int imagem) {
+  if (!s.nomes.empty()) return s.nomes[imagem];
+  const std::string& caminho = s.imagens[imagem];
   const std::string pasta = p.dataset.back() == '/' ? p.dataset : p.dataset + "/";
   return caminho.rfind(pasta, 0) == 0 ? caminho.substr(pasta.size()) : caminho;
 }
@@ -71,12 +78,15 @@ std::string nomeNoDataset(const Plano& p, const std::string& caminho) {
 // ---------------------------------------------------------------- a unit
 
 struct Imagem {
-  cv::Mat_<uchar> pixels;
+  cv::Mat_<uchar> pixels;  // turned as its list says
+  cv::Size guardada;       // the size as stored, before the turn
+  cv::Mat_<float> profundidade;  // turned with the pixels; empty when none
   std::string falha;
 };
 
-struct Geometria {
-  cv::Matx33d H, Hinv;
+// A pair's ground truth, or why it has none.
+struct VerdadeDoPar {
+  measures::Verdade v;
   std::string falha;
 };
 
@@ -144,19 +154,20 @@ void descreve(const Descritor& d, const Imagem& ia, Descricao& a, const Imagem* 
 
 // Rows of a unit and what goes beside them.
 struct Saidas {
-  std::string linhas, tempos, curvas;
+  std::string linhas, tempos, curvas, poses;
   bool falhou = false;
 };
 
 // sequence,pair,detector,descriptor,matcher: the key of a row.
-std::string chave(const datasets::Sequencia& s, int k, const Detector& det, const Descritor& des, const Casador& cas) {
-  return formats::campoCSV(s.nome) + ",1-" + std::to_string(k) + "," + det.nome + "," + des.nome + "," + cas.nome;
+std::string chave(const datasets::Sequencia& s, int j, const Detector& det, const Descritor& des, const Casador& cas) {
+  return formats::campoCSV(s.nome) + "," + formats::campoCSV(s.pares[j].rotulo) + "," + det.nome + "," + des.nome +
+         "," + cas.nome;
 }
 
-void linhaFalha(Saidas& o, const datasets::Sequencia& s, int k, const Detector& det, const Descritor& des,
+void linhaFalha(Saidas& o, const datasets::Sequencia& s, int j, const Detector& det, const Descritor& des,
                 const Casador& cas, const std::string& falha) {
   if (!algoritmos::casadorServe(cas, det)) return;
-  const std::string c = chave(s, k, det, des, cas);
+  const std::string c = chave(s, j, det, des, cas);
   const size_t virgula = c.find(',');
   std::string linha =
       c.substr(0, virgula) + "," + datasets::nomeTipo(s.tipo) + c.substr(virgula) + "," + formats::campoCSV(falha);
@@ -175,9 +186,9 @@ struct Repeticao {
 };
 
 Repeticao repeticao(const Plano& p, const Descricao& a, const Descricao& b, const cv::Mat_<uchar>& ia,
-                    const cv::Mat_<uchar>& ib, const Geometria& g) {
+                    const cv::Mat_<uchar>& ib, const measures::Verdade& g) {
   Repeticao r;
-  if (p.medidas.soMMA) {
+  if (p.medidas.soMMA || g.tipo != measures::TipoVerdade::homografia) {
     r.texto = "NA,NA,NA,NA,NA";
     return r;
   }
@@ -193,14 +204,13 @@ Repeticao repeticao(const Plano& p, const Descricao& a, const Descricao& b, cons
 }
 
 // The matches of the chosen pair (curva=), drawn for the report:
-// SAIDA/desenhos/<sequence>@1-k@<detector>@<descriptor>@<matcher>.jpg.
-void desenha(const Plano& p, const datasets::Sequencia& s, int k, const Detector& det, const Descritor& des,
+// SAIDA/desenhos/<sequence>@<pair>@<detector>@<descriptor>@<matcher>.jpg,
+// the ten worst wrong ones by `erros` circled.
+void desenha(const Plano& p, const datasets::Sequencia& s, int j, const Detector& det, const Descritor& des,
              const Casador& cas, const cv::Mat_<uchar>& ia, const cv::Mat_<uchar>& ib,
              const std::vector<cv::KeyPoint>& m1, const std::vector<cv::KeyPoint>& m2, const std::vector<bool>& certos,
-             const Geometria& g) {
-  std::vector<double> erros(m1.size());
-  for (size_t i = 0; i < m1.size(); ++i) erros[i] = measures::erroReprojecao(g.H, m1[i].pt, m2[i].pt);
-  std::string nome = s.nome + "@1-" + std::to_string(k) + "@" + det.nome + "@" + des.nome + "@" + cas.nome;
+             const std::vector<double>& erros) {
+  std::string nome = s.nome + "@" + s.pares[j].rotulo + "@" + det.nome + "@" + des.nome + "@" + cas.nome;
   for (char& c : nome)
     if (c == '/' || c == ':' || c == ' ') c = '_';
   tvm::criaPastas(p.saida + "/desenhos");
@@ -214,9 +224,124 @@ void desenha(const Plano& p, const datasets::Sequencia& s, int k, const Detector
   saida.confirma();
 }
 
-void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const Detector& det, const Descritor& des,
+// A row's measures from `correct` on, and what its drawing and curve need.
+struct MedidasDaLinha {
+  std::string colunas;
+  std::vector<std::string> poses;  // per threshold: threshold,pose_error,rotation_error,translation_error,inliers
+  std::vector<bool> certos;
+  std::vector<double> erros;  // per match, the larger the worse
+  bool comCurva = false;      // certos rank a list (not D2-Net's protocol alone)
+};
+
+std::string nas(int n) {
+  std::string r;
+  for (int i = 0; i < n; ++i) r += i ? ",NA" : "NA";
+  return r;
+}
+
+// The pose columns of resultados.csv after the homography's: NA on planar pairs.
+constexpr int kColunasPose = 7;
+
+// A planar pair: KeyRep's and MatScore's measures through the homography.
+MedidasDaLinha medeHomografia(const Plano& p, const Descricao& a, const Descricao& b, const cv::Mat_<uchar>& ia,
+                              const cv::Mat_<uchar>& ib, const std::vector<cv::KeyPoint>& m1,
+                              const std::vector<cv::KeyPoint>& m2, const measures::Verdade& g) {
+  MedidasDaLinha r;
+  for (size_t i = 0; i < m1.size(); ++i) r.erros.push_back(measures::erroReprojecao(g.H, m1[i].pt, m2[i].pt));
+  measures::MedidasCasamento m;
+  if (p.medidas.soMMA) {
+    // D2-Net's protocol needs the reprojection errors alone; a match
+    // within 3 px is drawn as correct.
+    m.mma = measures::mma(r.erros);
+    for (double e : r.erros) m.certos.push_back(e <= 3);
+  } else {
+    measures::OpcoesCasamento oc;
+    oc.erro = p.medidas.erro / 100;
+    oc.comum = p.medidas.comum;
+    oc.ransac = p.medidas.ransac;
+    if (p.medidas.dist > 0) oc.dist = p.medidas.dist;
+    m = measures::medeCasamentos(a.keypoints, b.keypoints, m1, m2, g.H, g.Hinv, ia.size(), ib.size(), oc);
+    r.comCurva = true;
+  }
+  r.colunas = (p.medidas.soMMA ? std::string("NA") : std::to_string(m.corretos)) + "," +
+              evaluation::texto(m.matchingScore);
+  for (const measures::Medida& v : m.mma) r.colunas += "," + evaluation::texto(v);
+  r.colunas += "," + evaluation::texto(m.ap) + "," + evaluation::texto(m.erroHomografia);
+  for (int t : {1, 3, 5})
+    r.colunas +=
+        "," + (p.medidas.soMMA ? std::string("NA") : std::to_string(measures::homografiaCorreta(m.erroHomografia, t)));
+  r.colunas += "," + nas(kColunasPose);
+  r.certos = std::move(m.certos);
+  return r;
+}
+
+std::vector<cv::Point2d> pontos(const std::vector<cv::KeyPoint>& k) {
+  std::vector<cv::Point2d> r;
+  r.reserve(k.size());
+  for (const cv::KeyPoint& x : k) r.emplace_back(x.pt.x, x.pt.y);
+  return r;
+}
+
+// A posed pair: the relative pose at each threshold asked, the epipolar
+// precision and, with depth, the matches' errors through it (MatPose's
+// measures; SuperGlue's drawing colours by the epipolar distance where
+// there is no depth, and so do we).
+MedidasDaLinha medeCameras(const Plano& p, const Descricao& a, const Descricao& b, const cv::Mat_<uchar>& ia,
+                           const cv::Mat_<uchar>& ib,
+                           const std::vector<cv::KeyPoint>& m1, const std::vector<cv::KeyPoint>& m2,
+                           const measures::Cameras& c) {
+  MedidasDaLinha r;
+  const std::vector<cv::Point2d> p0 = pontos(m1), p1 = pontos(m2);
+  if (!c.profundidade0.empty()) {
+    const measures::MedidasProfundidade d = measures::medeProfundidade(p0, p1, c, p.medidas.pxProfundidade);
+    // The keypoints each image's depth carries onto the other, as the
+    // homography's common part; image 1's all when it has no depth.
+    const int n1 = measures::visiveisPelaProfundidade(c.profundidade0, c.K0, c.R, c.t, c.K1, ib.size(),
+                                                      pontos(a.keypoints));
+    const int n2 = c.profundidade1.empty()
+                       ? static_cast<int>(b.keypoints.size())
+                       : measures::visiveisPelaProfundidade(c.profundidade1, c.K1, c.R.t(), -(c.R.t() * c.t), c.K0,
+                                                            ia.size(), pontos(b.keypoints));
+    r.colunas = std::to_string(d.corretos) + "," + evaluation::texto(measures::matchingScore(d.corretos, n1, n2));
+    for (const measures::Medida& v : d.mma) r.colunas += "," + evaluation::texto(v);
+    for (const measures::Medida& e : d.erros) {
+      r.erros.push_back(e ? *e : 0);
+      r.certos.push_back(e && *e <= p.medidas.pxProfundidade);
+    }
+  } else {
+    r.colunas = nas(12);
+    for (double e : measures::distanciasEpipolares(p0, p1, c)) {
+      r.erros.push_back(std::isnan(e) ? 0 : e);
+      r.certos.push_back(e < 5e-4);
+    }
+  }
+  r.comCurva = !p.medidas.soMMA;
+  r.colunas += "," + nas(5);  // ap and the homography's
+  if (p.medidas.soMMA) {
+    r.colunas += "," + nas(kColunasPose);
+    return r;
+  }
+  for (double limiar : p.medidas.limiaresPose) {
+    measures::OpcoesPose op;
+    op.limiar = limiar;
+    op.metodo = p.medidas.metodoPose;
+    const std::optional<measures::PoseEstimada> e = measures::estimaPose(p0, p1, c.K0, c.K1, op);
+    std::string colunas = "NA,NA,NA,0";
+    if (e) {
+      const measures::ErroPose erro = measures::erroPose(e->R, e->t, c.R, c.t);
+      colunas = numero("%.6f", erro.pose()) + "," + numero("%.6f", erro.rotacao) + "," +
+                numero("%.6f", erro.translacao) + "," + std::to_string(e->nInliers);
+    }
+    r.poses.push_back(numero("%.9g", limiar) + "," + colunas);
+  }
+  r.colunas += "," + r.poses.front().substr(r.poses.front().find(',') + 1);
+  for (const measures::Medida& v : measures::precisaoEpipolar(p0, p1, c)) r.colunas += "," + evaluation::texto(v);
+  return r;
+}
+
+void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int j, const Detector& det, const Descritor& des,
           const Descricao& a, const Descricao& b, const cv::Mat_<uchar>& ia, const cv::Mat_<uchar>& ib,
-          const Geometria& g, const Repeticao& rep, bool comCurva) {
+          const measures::Verdade& g, const Repeticao& rep, bool comCurva) {
   // The exhaustive matchers' searches, once for all of them; their time
   // goes to the first row that reads them.
   int kIda = 0;
@@ -231,10 +356,11 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const 
     falhaPasses = capturaFalha([&] { passes = calculaPasses(a.linhas, b.linhas, kIda, volta); });
     segundosPasses = segundosDesde(t0);
   }
+  const datasets::ParDaSequencia& par = s.pares[j];
   bool primeiraLinha = true;  // the one that counts the repeatability's time
   for (const Casador& cas : p.casadores) {
     if (!algoritmos::casadorServe(cas, det)) continue;
-    const std::string c = chave(s, k, det, des, cas);
+    const std::string c = chave(s, j, det, des, cas);
     auto t0 = Relogio::now();
     std::vector<cv::DMatch> matches;
     std::string falha;
@@ -243,8 +369,8 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const 
       matches = a.dados;
     } else if (cas.doArquivo) {
       falha = capturaFalha([&] {
-        matches = cas.doArquivo(nomeNoDataset(p, s.imagens[0]), nomeNoDataset(p, s.imagens[k - 1]),
-                                a.keypoints.size(), b.keypoints.size());
+        matches = cas.doArquivo(nomeNoDataset(p, s, par.a), nomeNoDataset(p, s, par.b), a.keypoints.size(),
+                                b.keypoints.size());
       });
       segundosCasamento = segundosDesde(t0);
     } else if (cas.dasPasses) {
@@ -256,7 +382,7 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const 
       segundosCasamento = segundosDesde(t0);
     }
     if (!falha.empty()) {
-      linhaFalha(o, s, k, det, des, cas, falha);
+      linhaFalha(o, s, j, det, des, cas, falha);
       continue;
     }
     t0 = Relogio::now();
@@ -265,43 +391,25 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int k, const 
       m1.push_back(a.keypoints[m.queryIdx]);
       m2.push_back(b.keypoints[m.trainIdx]);
     }
-    measures::OpcoesCasamento oc;
-    oc.erro = p.medidas.erro / 100;
-    oc.comum = p.medidas.comum;
-    oc.ransac = p.medidas.ransac;
-    if (p.medidas.dist > 0) oc.dist = p.medidas.dist;
-    measures::MedidasCasamento m;
-    if (p.medidas.soMMA) {
-      // D2-Net's protocol needs the reprojection errors alone; a match
-      // within 3 px is drawn as correct.
-      std::vector<double> erros(m1.size());
-      for (size_t i = 0; i < m1.size(); ++i) erros[i] = measures::erroReprojecao(g.H, m1[i].pt, m2[i].pt);
-      m.mma = measures::mma(erros);
-      for (double e : erros) m.certos.push_back(e <= 3);
-    } else {
-      falha = capturaFalha([&] {
-        m = measures::medeCasamentos(a.keypoints, b.keypoints, m1, m2, g.H, g.Hinv, ia.size(), ib.size(), oc);
-      });
-    }
+    // The pair's ground truth decides which measures it has.
+    MedidasDaLinha m;
+    falha = capturaFalha([&] {
+      m = g.tipo == measures::TipoVerdade::homografia ? medeHomografia(p, a, b, ia, ib, m1, m2, g)
+                                                      : medeCameras(p, a, b, ia, ib, m1, m2, g.cameras);
+    });
     if (!falha.empty()) {
-      linhaFalha(o, s, k, det, des, cas, falha);
+      linhaFalha(o, s, j, det, des, cas, falha);
       continue;
     }
-    if (comCurva && p.desenhos) desenha(p, s, k, det, des, cas, ia, ib, m1, m2, m.certos, g);
+    if (comCurva && p.desenhos) desenha(p, s, j, det, des, cas, ia, ib, m1, m2, m.certos, m.erros);
     const size_t virgula = c.find(',');
-    std::string linha = c.substr(0, virgula) + "," + datasets::nomeTipo(s.tipo) + c.substr(virgula) + ",ok," +
-                        std::to_string(a.detectados) + "," + std::to_string(b.detectados) + "," +
-                        std::to_string(a.keypoints.size()) + "," + std::to_string(b.keypoints.size()) + "," +
-                        std::to_string(a.descartados + b.descartados) + "," + rep.texto + "," +
-                        std::to_string(matches.size()) + "," +
-                        (p.medidas.soMMA ? std::string("NA") : std::to_string(m.corretos)) + "," +
-                        evaluation::texto(m.matchingScore);
-    for (const measures::Medida& v : m.mma) linha += "," + evaluation::texto(v);
-    linha += "," + evaluation::texto(m.ap) + "," + evaluation::texto(m.erroHomografia);
-    for (int t : {1, 3, 5})
-      linha += "," + (p.medidas.soMMA ? std::string("NA") : std::to_string(measures::homografiaCorreta(m.erroHomografia, t)));
-    o.linhas += linha + "\n";
-    if (comCurva && !p.medidas.soMMA) {
+    o.linhas += c.substr(0, virgula) + "," + datasets::nomeTipo(s.tipo) + c.substr(virgula) + ",ok," +
+                std::to_string(a.detectados) + "," + std::to_string(b.detectados) + "," +
+                std::to_string(a.keypoints.size()) + "," + std::to_string(b.keypoints.size()) + "," +
+                std::to_string(a.descartados + b.descartados) + "," + rep.texto + "," +
+                std::to_string(matches.size()) + "," + m.colunas + "\n";
+    for (const std::string& l : m.poses) o.poses += c + "," + l + "\n";
+    if (comCurva && m.comCurva) {
       const std::vector<measures::PontoRP> curva = measures::curvaRecallPrecisao(m.certos);
       for (size_t i = 0; i < curva.size(); ++i)
         o.curvas += c + "," + std::to_string(i + 1) + "," + numero("%.9g", curva[i].umMenosPrecisao) + "," +
@@ -328,22 +436,23 @@ void gravaTabela(const std::string& arquivo, const std::string& cabecalho, const
 // writes only its own.
 struct Sequencia {
   std::vector<Imagem> imagens;
-  std::vector<Geometria> geometrias;
+  std::vector<VerdadeDoPar> verdades;             // [pair]
   std::vector<std::vector<Descricao>> deteccoes;  // [detector][image]
   std::vector<std::vector<Repeticao>> repeticoes;  // [detector][pair]
 
-  // The failure, if any, of an input of pair 1-(k + 1): image 1, image
-  // k + 1, then the transform.
-  std::string falhaDoPar(int k) const {
-    if (!imagens[0].falha.empty()) return imagens[0].falha;
-    if (!imagens[k].falha.empty()) return imagens[k].falha;
-    return geometrias[k].falha;
+  // The failure, if any, of an input of pair j: its first image, its
+  // second, then its ground truth.
+  std::string falhaDoPar(const datasets::Sequencia& s, int j) const {
+    const datasets::ParDaSequencia& par = s.pares[j];
+    if (!imagens[par.a].falha.empty()) return imagens[par.a].falha;
+    if (!imagens[par.b].falha.empty()) return imagens[par.b].falha;
+    return verdades[j].falha;
   }
 };
 
-// One unit's images described and its rows per pair: a[k], b[k] the
-// keypoints and rows of images 1 and k + 1 for pair k (rand pairs), or
-// descritas[k] those of image k + 1 (detected keypoints).
+// One unit's images described and its rows per pair: a[j], b[j] the
+// keypoints and rows of pair j's images (rand pairs and pair sources), or
+// descritas[i] those of image i (detected keypoints).
 struct EmCurso {
   std::vector<Descricao> a, b, descritas;
   std::vector<std::string> falhas;
@@ -351,17 +460,53 @@ struct EmCurso {
   std::vector<Saidas> partes;
 };
 
-void leEntradas(const datasets::Sequencia& s, int k, Sequencia& q) {
-  if (s.imagens[k].empty())
-    q.imagens[k].falha = "Erro: imagem " + std::to_string(k + 1) + " ausente em " + s.pasta;
-  else
-    q.imagens[k].falha = capturaFalha([&] { tvm::le(q.imagens[k].pixels, s.imagens[k]); });
-  if (k == 0) return;
-  if (s.transformacoes[k].empty())
-    q.geometrias[k].falha = "Erro: transformacao 1-" + std::to_string(k + 1) + " ausente em " + s.pasta;
-  else
-    q.geometrias[k].falha = capturaFalha(
-        [&] { evaluation::leTransformacao(s.transformacoes[k], q.geometrias[k].H, q.geometrias[k].Hinv); });
+// Image k, turned as the list says, with its depth map.
+void leImagem(const datasets::Sequencia& s, int k, Sequencia& q) {
+  Imagem& im = q.imagens[k];
+  if (s.imagens[k].empty()) {
+    im.falha = "Erro: imagem " + std::to_string(k + 1) + " ausente em " + s.pasta;
+    return;
+  }
+  im.falha = capturaFalha([&] {
+    tvm::le(im.pixels, s.imagens[k]);
+    im.guardada = im.pixels.size();
+    if (!s.profundidades.empty() && !s.profundidades[k].empty()) {
+      im.profundidade = formats::leProfundidade(s.profundidades[k]);
+      if (im.profundidade.size() != im.guardada)
+        tvm::erro("Erro: profundidade ", s.profundidades[k], " nao tem o tamanho da imagem " + s.imagens[k]);
+    }
+    for (int g = s.giros.empty() ? 0 : s.giros[k]; g > 0; --g) {
+      cv::Mat_<uchar> girada;
+      cv::rotate(im.pixels, girada, cv::ROTATE_90_COUNTERCLOCKWISE);
+      im.pixels = girada;
+      if (im.profundidade.empty()) continue;
+      cv::Mat_<float> p;
+      cv::rotate(im.profundidade, p, cv::ROTATE_90_COUNTERCLOCKWISE);
+      im.profundidade = p;
+    }
+  });
+}
+
+// Pair j's ground truth: its transform read and inverted, or its cameras
+// turned with their images (both read by now) and given their depth.
+void preparaVerdade(const datasets::Sequencia& s, int j, Sequencia& q) {
+  const datasets::ParDaSequencia& par = s.pares[j];
+  VerdadeDoPar& v = q.verdades[j];
+  if (!par.posado) {
+    if (par.transformacao.empty())
+      v.falha = "Erro: transformacao " + par.rotulo + " ausente em " + s.pasta;
+    else
+      v.falha = capturaFalha([&] { v.v = evaluation::leTransformacao(par.transformacao); });
+    return;
+  }
+  if (!q.imagens[par.a].falha.empty() || !q.imagens[par.b].falha.empty()) return;
+  v.v.tipo = measures::TipoVerdade::cameras;
+  v.v.cameras = datasets::camerasGiradas(*par.posado, q.imagens[par.a].guardada, q.imagens[par.b].guardada);
+  v.v.cameras.profundidade0 = q.imagens[par.a].profundidade;
+  v.v.cameras.profundidade1 = q.imagens[par.b].profundidade;
+  // The translation's direction is half the pose error.
+  if (cv::norm(v.v.cameras.t) == 0)
+    v.falha = "Erro: translacao nula, sem geometria epipolar, no par " + par.rotulo + " de " + s.pasta;
 }
 
 // Whether the detector's one-pass description serves a descriptor of the plan.
@@ -373,13 +518,14 @@ bool descreveJunto(const Plano& p, const Detector& det) {
   return false;
 }
 
-void detectaImagem(const Plano& p, const Detector& det, const Imagem& im, const std::string& caminho, Descricao& d) {
+void detectaImagem(const Plano& p, const Detector& det, const Imagem& im, const datasets::Sequencia& s, int k,
+                   Descricao& d) {
   d.falha = im.falha;
   if (!d.falha.empty()) return;
   const auto t0 = Relogio::now();
   if (det.deArquivo)
     d.falha = capturaFalha([&] {
-      formats::Caracteristicas c = det.deArquivo(caminho, nomeNoDataset(p, caminho));
+      formats::Caracteristicas c = det.deArquivo(s.imagens[k], nomeNoDataset(p, s, k));
       d.keypoints = std::move(c.keypoints);
       d.linhas = c.descritores;
     });
@@ -391,18 +537,18 @@ void detectaImagem(const Plano& p, const Detector& det, const Imagem& im, const 
   d.detectados = static_cast<int>(d.keypoints.size());
 }
 
-// Rows of pair 1-(k + 1) of a unit.
+// Rows of pair j of a unit.
 void medePar(const Plano& p, const datasets::Sequencia& s, const Sequencia& q, const Detector& det,
              const Descritor& des, const Descricao& a, const Descricao& b, const std::string& falhaEntradas,
-             const Repeticao& rep, int k, Saidas& parte) {
+             const Repeticao& rep, int j, Saidas& parte) {
   std::string falha = falhaEntradas;
   if (falha.empty()) falha = a.falha;
   if (falha.empty()) falha = b.falha;
   if (!falha.empty()) {
-    for (const Casador& cas : p.casadores) linhaFalha(parte, s, k + 1, det, des, cas, falha);
+    for (const Casador& cas : p.casadores) linhaFalha(parte, s, j, det, des, cas, falha);
     return;
   }
-  const bool comCurva = s.nome == p.curvaSequencia && k + 1 == p.curvaVista;
+  const bool comCurva = s.nome == p.curvaSequencia && j == p.curvaPar;
   // The repeatability of a detected pair is computed once per detector: its
   // time goes to the rows of the detector's first descriptor only. KeyRand's
   // pairs are drawn, and measured, by every unit.
@@ -413,7 +559,8 @@ void medePar(const Plano& p, const datasets::Sequencia& s, const Sequencia& q, c
         if (&e != &des) contada.segundos = 0;
         break;
       }
-  mede(parte, p, s, k + 1, det, des, a, b, q.imagens[0].pixels, q.imagens[k].pixels, q.geometrias[k], contada,
+  const datasets::ParDaSequencia& par = s.pares[j];
+  mede(parte, p, s, j, det, des, a, b, q.imagens[par.a].pixels, q.imagens[par.b].pixels, q.verdades[j].v, contada,
        comCurva);
 }
 
@@ -459,16 +606,18 @@ class Grafo {
     auto& q = sequencias_[s];
     if (pendentes.empty()) return escritas;
     const datasets::Sequencia& ds = p_.sequencias[s];
-    const int n = ds.vistas();
+    const int n = ds.vistas(), np = static_cast<int>(ds.pares.size());
     q = std::make_unique<Sequencia>();
     q->imagens.resize(n);
-    q->geometrias.resize(n);
+    q->verdades.resize(np);
     q->deteccoes.resize(p_.detectores.size());
     q->repeticoes.resize(p_.detectores.size());
     Sequencia* sq = q.get();
 
-    std::vector<Tarefas::Id> lidas(n);
-    for (int k = 0; k < n; ++k) lidas[k] = t_.adiciona([&ds, k, sq] { leEntradas(ds, k, *sq); }, antes);
+    std::vector<Tarefas::Id> lidas(n), verdades(np);
+    for (int k = 0; k < n; ++k) lidas[k] = t_.adiciona([&ds, k, sq] { leImagem(ds, k, *sq); }, antes);
+    for (int j = 0; j < np; ++j)
+      verdades[j] = t_.adiciona([&ds, j, sq] { preparaVerdade(ds, j, *sq); }, {lidas[ds.pares[j].a], lidas[ds.pares[j].b]});
 
     // Per detector, added just before its first unit so that units finish
     // in table order: every image detected, every pair's repeatability.
@@ -477,23 +626,22 @@ class Grafo {
       const Detector& det = p_.detectores[idet];
       if (det.aleatorio || det.dePar || !detectadas[idet].empty()) return;
       sq->deteccoes[idet].resize(n);
-      sq->repeticoes[idet].resize(n);
+      sq->repeticoes[idet].resize(np);
       for (int k = 0; k < n; ++k)
         detectadas[idet].push_back(t_.adiciona(
-            [this, &ds, &det, k, sq, idet] {
-              detectaImagem(p_, det, sq->imagens[k], ds.imagens[k], sq->deteccoes[idet][k]);
-            },
+            [this, &ds, &det, k, sq, idet] { detectaImagem(p_, det, sq->imagens[k], ds, k, sq->deteccoes[idet][k]); },
             {lidas[k]}));
-      repetidas[idet].resize(n, -1);
-      for (int k = 1; k < n; ++k)
-        repetidas[idet][k] = t_.adiciona(
-            [this, k, sq, idet] {
+      for (int j = 0; j < np; ++j) {
+        const int a = ds.pares[j].a, b = ds.pares[j].b;
+        repetidas[idet].push_back(t_.adiciona(
+            [this, &ds, j, a, b, sq, idet] {
               const std::vector<Descricao>& d = sq->deteccoes[idet];
-              if (d[0].falha.empty() && d[k].falha.empty() && sq->geometrias[k].falha.empty())
-                sq->repeticoes[idet][k] = repeticao(p_, d[0], d[k], sq->imagens[0].pixels, sq->imagens[k].pixels,
-                                                    sq->geometrias[k]);
+              if (d[a].falha.empty() && d[b].falha.empty() && sq->falhaDoPar(ds, j).empty())
+                sq->repeticoes[idet][j] =
+                    repeticao(p_, d[a], d[b], sq->imagens[a].pixels, sq->imagens[b].pixels, sq->verdades[j].v);
             },
-            {detectadas[idet][0], detectadas[idet][k]});
+            {detectadas[idet][a], detectadas[idet][b], verdades[j]}));
+      }
     };
 
     for (int u : pendentes) {
@@ -504,64 +652,65 @@ class Grafo {
       auto& estado = unidades_[u];
       estado = std::make_unique<EmCurso>();
       EmCurso* e = estado.get();
-      e->a.resize(n), e->b.resize(n), e->descritas.resize(n), e->falhas.resize(n), e->repeticoesRand.resize(n);
-      e->partes.resize(n);
+      e->a.resize(np), e->b.resize(np), e->descritas.resize(n), e->falhas.resize(np), e->repeticoesRand.resize(np);
+      e->partes.resize(np);
       std::vector<Tarefas::Id> pares;
       if (det.aleatorio) {
         // Drawn in order: after every input of the sequence and the previous
         // draw of the whole run.
-        std::vector<Tarefas::Id> depois = lidas;
+        std::vector<Tarefas::Id> depois = verdades;
         if (ultimoSorteio_ >= 0) depois.push_back(ultimoSorteio_);
         ultimoSorteio_ = t_.adiciona(
-            [&det, e, sq, n] {
-              for (int k = 1; k < n; ++k) {
-                e->falhas[k] = sq->falhaDoPar(k);
-                if (!e->falhas[k].empty()) continue;
-                e->falhas[k] = capturaFalha([&] {
-                  keypoints::geraPares(sq->imagens[0].pixels.size(), sq->geometrias[k].H, det.nRand, det.rand,
-                                       e->a[k].keypoints, e->b[k].keypoints);
+            [&ds, &det, e, sq, np] {
+              for (int j = 0; j < np; ++j) {
+                e->falhas[j] = sq->falhaDoPar(ds, j);
+                if (!e->falhas[j].empty()) continue;
+                e->falhas[j] = capturaFalha([&] {
+                  keypoints::geraPares(sq->imagens[ds.pares[j].a].pixels.size(), sq->verdades[j].v.H, det.nRand,
+                                       det.rand, e->a[j].keypoints, e->b[j].keypoints);
                 });
-                e->a[k].detectados = e->b[k].detectados = static_cast<int>(e->a[k].keypoints.size());
+                e->a[j].detectados = e->b[j].detectados = static_cast<int>(e->a[j].keypoints.size());
               }
             },
             depois);
-        for (int k = 1; k < n; ++k)
+        for (int j = 0; j < np; ++j)
           pares.push_back(t_.adiciona(
-              [this, &ds, &det, &des, e, sq, k] {
-                if (e->falhas[k].empty()) {
-                  e->repeticoesRand[k] =
-                      repeticao(p_, e->a[k], e->b[k], sq->imagens[0].pixels, sq->imagens[k].pixels, sq->geometrias[k]);
-                  keypoints::converteAngulos(e->a[k].keypoints, det.escreve, des.le);
-                  keypoints::converteAngulos(e->b[k].keypoints, det.escreve, des.le);
-                  descreve(des, sq->imagens[0], e->a[k], &sq->imagens[k], &e->b[k]);
+              [this, &ds, &det, &des, e, sq, j] {
+                const Imagem &ia = sq->imagens[ds.pares[j].a], &ib = sq->imagens[ds.pares[j].b];
+                if (e->falhas[j].empty()) {
+                  e->repeticoesRand[j] = repeticao(p_, e->a[j], e->b[j], ia.pixels, ib.pixels, sq->verdades[j].v);
+                  keypoints::converteAngulos(e->a[j].keypoints, det.escreve, des.le);
+                  keypoints::converteAngulos(e->b[j].keypoints, det.escreve, des.le);
+                  descreve(des, ia, e->a[j], &ib, &e->b[j]);
                 }
-                medePar(p_, ds, *sq, det, des, e->a[k], e->b[k], e->falhas[k], e->repeticoesRand[k], k, e->partes[k]);
+                medePar(p_, ds, *sq, det, des, e->a[j], e->b[j], e->falhas[j], e->repeticoesRand[j], j, e->partes[j]);
               },
               {ultimoSorteio_}));
       } else if (det.dePar) {
         // A pair source: each pair's keypoints and matches come from its file.
-        for (int k = 1; k < n; ++k)
+        for (int j = 0; j < np; ++j)
           pares.push_back(t_.adiciona(
-              [this, &ds, &det, &des, e, sq, k] {
-                e->falhas[k] = sq->falhaDoPar(k);
-                if (e->falhas[k].empty()) {
+              [this, &ds, &det, &des, e, sq, j] {
+                const datasets::ParDaSequencia& par = ds.pares[j];
+                e->falhas[j] = sq->falhaDoPar(ds, j);
+                if (e->falhas[j].empty()) {
                   const auto t0 = Relogio::now();
-                  e->falhas[k] = capturaFalha([&] {
-                    formats::CasamentosDados c = det.dePar(ds.imagens[0], ds.imagens[k]);
-                    e->a[k].keypoints = std::move(c.k1);
-                    e->b[k].keypoints = std::move(c.k2);
-                    e->a[k].dados = std::move(c.casamentos);
+                  e->falhas[j] = capturaFalha([&] {
+                    formats::CasamentosDados c = det.dePar(ds.imagens[par.a], ds.imagens[par.b]);
+                    e->a[j].keypoints = std::move(c.k1);
+                    e->b[j].keypoints = std::move(c.k2);
+                    e->a[j].dados = std::move(c.casamentos);
                   });
-                  e->a[k].segundosDetecao = segundosDesde(t0);
-                  e->a[k].detectados = static_cast<int>(e->a[k].keypoints.size());
-                  e->b[k].detectados = static_cast<int>(e->b[k].keypoints.size());
+                  e->a[j].segundosDetecao = segundosDesde(t0);
+                  e->a[j].detectados = static_cast<int>(e->a[j].keypoints.size());
+                  e->b[j].detectados = static_cast<int>(e->b[j].keypoints.size());
                 }
-                if (e->falhas[k].empty())
-                  e->repeticoesRand[k] =
-                      repeticao(p_, e->a[k], e->b[k], sq->imagens[0].pixels, sq->imagens[k].pixels, sq->geometrias[k]);
-                medePar(p_, ds, *sq, det, des, e->a[k], e->b[k], e->falhas[k], e->repeticoesRand[k], k, e->partes[k]);
+                if (e->falhas[j].empty())
+                  e->repeticoesRand[j] = repeticao(p_, e->a[j], e->b[j], sq->imagens[par.a].pixels,
+                                                   sq->imagens[par.b].pixels, sq->verdades[j].v);
+                medePar(p_, ds, *sq, det, des, e->a[j], e->b[j], e->falhas[j], e->repeticoesRand[j], j, e->partes[j]);
               },
-              lidas));
+              {verdades[j]}));
       } else {
         const bool jaDescritas = descreveJunto(p_, det) && det.descreveComo == des.nome;
         std::vector<Tarefas::Id> descritas(n);
@@ -575,13 +724,15 @@ class Grafo {
                 descreve(des, sq->imagens[k], d, nullptr, nullptr);
               },
               {detectadas[idet][k]});
-        for (int k = 1; k < n; ++k)
+        for (int j = 0; j < np; ++j) {
+          const int a = ds.pares[j].a, b = ds.pares[j].b;
           pares.push_back(t_.adiciona(
-              [this, &ds, &det, &des, e, sq, idet, k] {
-                medePar(p_, ds, *sq, det, des, e->descritas[0], e->descritas[k], sq->falhaDoPar(k),
-                        sq->repeticoes[idet][k], k, e->partes[k]);
+              [this, &ds, &det, &des, e, sq, idet, j, a, b] {
+                medePar(p_, ds, *sq, det, des, e->descritas[a], e->descritas[b], sq->falhaDoPar(ds, j),
+                        sq->repeticoes[idet][j], j, e->partes[j]);
               },
-              {descritas[0], descritas[k], repetidas[idet][k]}));
+              {descritas[a], descritas[b], repetidas[idet][j]}));
+        }
       }
       escritas.push_back(t_.adiciona([this, u] { escreve(u); }, pares));
     }
@@ -595,6 +746,7 @@ class Grafo {
       o.linhas += parte.linhas;
       o.tempos += parte.tempos;
       o.curvas += parte.curvas;
+      o.poses += parte.poses;
       o.falhou = o.falhou || parte.falhou;
     }
     unidades_.at(u).reset();
@@ -602,6 +754,7 @@ class Grafo {
     const std::string semExtensao = base.substr(0, base.size() - 4);
     gravaTabela(semExtensao + ".tempos.csv", kCabecalhoTempos, o.tempos);
     gravaTabela(semExtensao + ".curvas.csv", kCabecalhoCurvas, o.curvas);
+    gravaTabela(semExtensao + ".poses.csv", kCabecalhoPoses, o.poses);
     gravaTabela(base, kCabecalho, o.linhas);
     std::lock_guard<std::mutex> trava(m_);
     textos_[u] = std::string(kCabecalho) + "\n" + o.linhas;
@@ -655,13 +808,42 @@ std::string arquivoUnidade(const Plano& p, const Unidade& u) {
                        (p.medidas.comum == measures::ParteComum::ambas ? "ambas" : "opencv") + " " +
                        numero("%.17g", p.medidas.px) + " " + numero("%.17g", p.medidas.ransac) + " " +
                        numero("%.17g", p.medidas.dist) + (p.medidas.soMMA ? " mma" : "");
-  if (s.nome == p.curvaSequencia) opcoes += "|curva " + std::to_string(p.curvaVista);
+  // Planar sequences sign the view of 1-k, as they always have.
+  if (s.nome == p.curvaSequencia)
+    opcoes += "|curva " + std::to_string(s.tipo == datasets::Tipo::posada ? p.curvaPar + 1 : p.curvaPar + 2);
+  if (s.tipo == datasets::Tipo::posada) {
+    opcoes += std::string("|pose ") + (p.medidas.metodoPose == measures::MetodoPose::ransac ? "ransac" : "magsac");
+    for (double l : p.medidas.limiaresPose) opcoes += " " + numero("%.17g", l);
+    opcoes += " " + numero("%.17g", p.medidas.pxProfundidade);
+    // The ground truth itself: changed cameras or depth make the unit anew.
+    for (const datasets::ParDaSequencia& par : s.pares) {
+      const measures::Cameras& c = par.posado->cameras;
+      for (const cv::Matx33d* m : {&c.K0, &c.K1, &c.R})
+        for (double v : m->val) opcoes += " " + numero("%.17g", v);
+      for (double v : c.t.val) opcoes += " " + numero("%.17g", v);
+      opcoes += " " + std::to_string(par.posado->giro0) + std::to_string(par.posado->giro1);
+      for (const std::string* d : {&par.posado->profundidade0, &par.posado->profundidade1})
+        if (!d->empty()) opcoes += "|" + *d + " " + tvm::marcaDoArquivo(*d);
+    }
+  }
   // Files of other programs: their sizes and times, so that a changed one
   // makes its units anew.
   const Detector& det = p.detectores[u.detector];
-  if (det.arquivos)
-    for (const std::string& imagem : s.imagens)
-      for (const std::string& a : det.arquivos(s.imagens[0], imagem)) opcoes += "|" + a + " " + tvm::marcaDoArquivo(a);
+  if (det.arquivos) {
+    // Each image's file, then each pair's (a pair source's).
+    std::vector<std::string> lidos;
+    for (const std::string& imagem : s.imagens) {
+      const std::vector<std::string> v = det.arquivos(imagem, imagem);
+      lidos.insert(lidos.end(), v.begin(), v.end());
+    }
+    for (const datasets::ParDaSequencia& par : s.pares) {
+      const std::vector<std::string> v = det.arquivos(s.imagens[par.a], s.imagens[par.b]);
+      lidos.insert(lidos.end(), v.begin(), v.end());
+    }
+    for (size_t i = 0; i < lidos.size(); ++i)
+      if (std::find(lidos.begin(), lidos.begin() + i, lidos[i]) == lidos.begin() + i)
+        opcoes += "|" + lidos[i] + " " + tvm::marcaDoArquivo(lidos[i]);
+  }
   for (const Casador& cas : p.casadores)
     if (algoritmos::casadorServe(cas, det))
       for (const std::string& a : cas.arquivos) opcoes += "|" + a + " " + tvm::marcaDoArquivo(a);
@@ -714,6 +896,8 @@ Resumo varre(const Plano& p) {
     t.tempos += corpo(texto);
     if (!leTexto(semExtensao + ".curvas.csv", texto)) tvm::erro("Erro abertura arquivo ", semExtensao + ".curvas.csv");
     t.curvas += corpo(texto);
+    if (!leTexto(semExtensao + ".poses.csv", texto)) tvm::erro("Erro abertura arquivo ", semExtensao + ".poses.csv");
+    t.poses += corpo(texto);
   }
   if (p.fatiada) {
     Manifesto m;
@@ -727,6 +911,7 @@ Resumo varre(const Plano& p) {
   }
   gravaTabela(p.saida + "/tempos.csv", kCabecalhoTempos, t.tempos);
   gravaTabela(p.saida + "/curvas.csv", kCabecalhoCurvas, t.curvas);
+  gravaTabela(p.saida + "/poses.csv", kCabecalhoPoses, t.poses);
   gravaTabela(p.saida + "/resultados.csv", kCabecalho, t.linhas);
   return r;
 }

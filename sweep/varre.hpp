@@ -1,6 +1,7 @@
 // A sweep: every detector x descriptor x matcher configuration on every image
-// pair 1-k of every sequence of a dataset, measured as KeyRep and MatScore
-// measure one pair, into one tidy table.
+// pair of every sequence of a dataset (1-k of a planar sequence, the list's
+// pairs of a posed scene), measured as KeyRep and MatScore measure a planar
+// pair and MatPose a posed one, into one tidy table.
 //
 // Unit of work: one sequence x one (detector, descriptor) configuration. Its
 // images are detected once (per sequence and detector, shared by every
@@ -20,6 +21,12 @@
 //                   from run to run, so they stay out of resultados.csv)
 //   curvas.csv      recall against 1-precision along each ranked match list
 //                   of one chosen pair
+//   poses.csv       posed pairs: the pose estimated at each RANSAC threshold
+//                   asked (limiarpose=), one row per threshold (kCabecalhoPoses)
+// Which columns a row fills follows from its pair's ground truth: a
+// homography gives the repeatability, matching and homography columns; the
+// cameras of a posed pair give the pose and epipolar columns, and with depth
+// maps the matches' MMA, correct count and matching score. The others are NA.
 // A failure that concerns one image, transform or keypoint list (unreadable
 // file, singular transform, OpenCV refusing an input) becomes the status of
 // the rows it touches and the sweep goes on. A keypoint a descriptor cannot
@@ -29,6 +36,7 @@
 
 #include "algoritmos/tabela.hpp"
 #include "datasets/sequencia.hpp"
+#include "measures/pose.hpp"
 #include "measures/repetibilidade.hpp"
 #include "sweep/fatias.hpp"
 
@@ -44,6 +52,7 @@ using algoritmos::Detector;
 extern const char* const kCabecalho;
 extern const char* const kCabecalhoTempos;
 extern const char* const kCabecalhoCurvas;
+extern const char* const kCabecalhoPoses;
 
 struct OpcoesMedidas {
   double erro = 40;  // overlap error, percent (KeyRep's and MatScore's erro=)
@@ -55,11 +64,17 @@ struct OpcoesMedidas {
   // MMA; the other measures' columns hold NA (a sweep of precomputed
   // features then costs little beyond its matching).
   bool soMMA = false;
+  // Posed pairs: the estimator and its thresholds in pixels (glue-factory's
+  // sweep when several; resultados.csv holds the first one's pose).
+  measures::MetodoPose metodoPose = measures::MetodoPose::ransac;
+  std::vector<double> limiaresPose = {1};
+  double pxProfundidade = 3;  // a match within this through depth is correct
 };
 
 // Everything a sweep needs, read from its command line.
 struct Plano {
   std::string dataset, saida;
+  std::string pastaImagens;  // imagens=: a pair list's image folder
   std::vector<datasets::Sequencia> sequencias;
   std::vector<Detector> detectores;
   std::vector<Descritor> descritores;
@@ -71,8 +86,8 @@ struct Plano {
   // Sources of features and matches from files (feat=, ext=, mat=TIPO:ARG).
   algoritmos::OpcoesFontes fontes;
   int threads = 0;             // 0: OpenCV's choice
-  std::string curvaSequencia;  // pair 1-curvaVista of this sequence gets curves
-  int curvaVista = 2;
+  std::string curvaSequencia;  // pair curvaPar of this sequence gets curves
+  int curvaPar = 0;            // index into its pairs (view k of 1-k is k - 2)
   bool graficos = true;
   bool desenhos = true;  // the chosen pair's matches drawn for the report (SAIDA/desenhos/)
   // Only this shard's units (shard=i/n or a Slurm array task); see fatias.hpp.

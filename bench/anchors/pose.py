@@ -3,9 +3,13 @@ published evaluation of a pair (models/utils.py: estimate_pose,
 compute_pose_error, compute_epipolar_error) on a match file and a pose file,
 printed in MatPose's format so that a test can hold the two together.
 
-    python3 pose.py casamentos.txt pose.txt [ransac=1] [metodo=ransac|magsac]
+    python3 pose.py casamentos.txt pose.txt [ransac=1] [metodo=ransac|magsac] [keys=k0.xml,k1.xml]
 
 pose.txt: 34 numbers, K0 (3x3) K1 (3x3) T_0to1 (4x4), row-major.
+keys=: the keypoint stores the matches were made from. A match file keeps
+seven significant digits of each coordinate; each match keypoint gets its
+store keypoint's float back, so that the anchor sees what a sweep (which
+never writes a match file) saw.
 """
 import sys
 
@@ -23,6 +27,28 @@ def le_casamentos(arquivo):
     # The program keeps keypoint coordinates in float.
     pontos = np.array([[c[1], c[2], c[8], c[9]] for c in campos], dtype=np.float32).reshape(-1, 4)
     return pontos[:, :2], pontos[:, 2:]
+
+
+def le_store(arquivo):
+    fs = cv2.FileStorage(arquivo, cv2.FILE_STORAGE_READ)
+    no = fs.getNode("keypoints")
+    v = np.array([no.at(i).real() for i in range(no.size())], dtype=np.float32).reshape(-1, 7)
+    fs.release()
+    return v[:, :2]
+
+
+def restaura(pontos, store):
+    # A match file prints each float with %e and six decimals.
+    chave = lambda x, y: ("%.6e" % x, "%.6e" % y)
+    exatos = {}
+    for x, y in store:
+        exatos.setdefault(chave(x, y), set()).add((float(x), float(y)))
+    r = pontos.copy()
+    for i, (x, y) in enumerate(pontos):
+        achados = exatos.get(chave(x, y), set())
+        if len(achados) == 1:
+            r[i] = next(iter(achados))
+    return r
 
 
 def le_pose(arquivo):
@@ -86,6 +112,9 @@ def main():
     limiar = float(opcoes.get("ransac", 1))
     metodo = {"ransac": cv2.RANSAC, "magsac": cv2.USAC_MAGSAC}[opcoes.get("metodo", "ransac")]
     k0, k1 = le_casamentos(sys.argv[1])
+    if "keys" in opcoes:
+        s0, s1 = opcoes["keys"].split(",")
+        k0, k1 = restaura(k0, le_store(s0)), restaura(k1, le_store(s1))
     K0, K1, T = le_pose(sys.argv[2])
     pose = estima_pose(k0.astype(np.float64), k1.astype(np.float64), K0, K1, limiar, metodo)
     er = et = None

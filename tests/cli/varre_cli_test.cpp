@@ -43,6 +43,7 @@ int unidadesProntas(const std::string& pasta) {
     const std::string nome = e->d_name;
     n += nome.size() > 4 && nome.compare(nome.size() - 4, 4, ".csv") == 0 &&
          nome.find(".tempos.") == std::string::npos && nome.find(".curvas.") == std::string::npos &&
+         nome.find(".poses.") == std::string::npos &&
          nome.find(".tmp") == std::string::npos && nome[0] != '.';
   }
   closedir(d);
@@ -406,7 +407,7 @@ const CasoErro kErros[] = {
     {"DistForaDoIntervalo", {"Varre", "ds", "o", "dist=0"}, "Erro: dist fora do intervalo\n"},
     {"CurvaForaDaVarredura", {"Varre", "ds", "o", "curva=v_giro:9"}, "Erro: par de curva fora da varredura v_giro:9\n"},
     {"SequenciaInexistente", {"Varre", "ds", "o", "seq=boat"}, "Erro: sequencia boat nao encontrada em ds\n"},
-    {"DatasetSemSequencia", {"Varre", "vazia", "x"}, "Erro: nenhuma sequencia (img1.ppm.. ou 1.ppm..) em vazia\n"},
+    {"DatasetSemSequencia", {"Varre", "vazia", "x"}, "Erro: nenhuma sequencia (img1.ppm.. ou 1.ppm..) nem cena posada (views.txt, cameras.txt) em vazia\n"},
     {"DatasetInexistente", {"Varre", "nada", "x"}, "Erro: nao foi possivel ler a pasta do dataset nada\n"},
     {"ShardForaDoIntervalo", {"Varre", "ds", "o", "shard=4/4"}, "Erro: shard deve ser i/n, com 0 <= i < n: 4/4\n"},
     {"ShardSemBarra", {"Varre", "ds", "o", "shard=1"}, "Erro: shard deve ser i/n, com 0 <= i < n: 1\n"},

@@ -105,7 +105,7 @@ TEST(Dataset, PastaDeSequenciasOuUmaSequencia) {
   EXPECT_EQ(teste::mensagemDe([&] { datasets::leDataset(p.caminho(), {"c"}); }),
             "Erro: sequencia c nao encontrada em " + p.caminho());
   EXPECT_EQ(teste::mensagemDe([&] { datasets::leDataset(p / "vazia", {}); }),
-            "Erro: nenhuma sequencia (img1.ppm.. ou 1.ppm..) em " + p / "vazia");
+            "Erro: nenhuma sequencia (img1.ppm.. ou 1.ppm..) nem cena posada (views.txt, cameras.txt) em " + p / "vazia");
 }
 
 // ---------------------------------------------------------------- synthetic
