@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <map>
 #include <memory>
 
 namespace datasets {
@@ -111,16 +112,21 @@ Sequencia sequenciaPosada(const std::string& nome, const std::string& pasta, con
   s.pasta = pasta;
   s.tipo = Tipo::posada;
   // An image is its file and its turn; its index, in the order pairs name them.
+  std::map<std::pair<std::string, int>, int> indices;
   const auto indice = [&](const std::string& caminho, const std::string& nomeLista, int giro,
                           const std::string& profundidade) {
-    for (size_t i = 0; i < s.imagens.size(); ++i)
-      if (s.imagens[i] == caminho && s.giros[i] == giro) return static_cast<int>(i);
+    const auto [it, nova] = indices.emplace(std::make_pair(caminho, giro), static_cast<int>(s.imagens.size()));
+    if (!nova) {
+      // Pairs name depth only for their image 0 in some lists.
+      if (s.profundidades[it->second].empty()) s.profundidades[it->second] = profundidade;
+      return it->second;
+    }
     s.imagens.push_back(caminho);
     s.transformacoes.emplace_back();
     s.nomes.push_back(nomeLista);
     s.giros.push_back(giro);
     s.profundidades.push_back(profundidade);
-    return static_cast<int>(s.imagens.size() - 1);
+    return it->second;
   };
   for (const ParPosado& p : pares) {
     ParDaSequencia q;

@@ -84,6 +84,47 @@ TEST_P(Layout, ReconheceVistasETipo) {
     EXPECT_EQ(!s.imagens[k].empty(), c.imagens[k]) << "imagem " << k + 1;
     EXPECT_EQ(!s.transformacoes[k].empty(), c.transformacoes[k]) << "transformacao " << k + 1;
   }
+  // Pairs 1-k, each with its view's transform.
+  ASSERT_EQ(s.pares.size(), static_cast<size_t>(c.vistas - 1));
+  for (int k = 1; k < c.vistas; ++k) {
+    const datasets::ParDaSequencia& par = s.pares[k - 1];
+    EXPECT_EQ(par.rotulo, "1-" + std::to_string(k + 1));
+    EXPECT_EQ(par.a, 0);
+    EXPECT_EQ(par.b, k);
+    EXPECT_EQ(par.transformacao, s.transformacoes[k]);
+    EXPECT_FALSE(par.posado.has_value());
+  }
+}
+
+// A posed list as a sequence: an image named by several pairs is read once,
+// but the same file turned is another image.
+TEST(Dataset, ParesPosadosCompartilhamImagens) {
+  std::vector<datasets::ParPosado> pares(3);
+  const char* const nomes[3][2] = {{"a.png", "b.png"}, {"a.png", "c.png"}, {"b.png", "c.png"}};
+  for (int i = 0; i < 3; ++i) {
+    pares[i].nome0 = nomes[i][0];
+    pares[i].nome1 = nomes[i][1];
+    pares[i].imagem0 = std::string("img/") + nomes[i][0];
+    pares[i].imagem1 = std::string("img/") + nomes[i][1];
+    pares[i].profundidade0 = std::string("d/") + nomes[i][0] + ".h5";
+  }
+  pares[2].giro1 = 1;
+  const datasets::Sequencia s = datasets::sequenciaPosada("cena", "pasta", pares);
+  EXPECT_EQ(s.tipo, datasets::Tipo::posada);
+  EXPECT_STREQ(datasets::nomeTipo(s.tipo), "posed");
+  EXPECT_EQ(s.imagens, (std::vector<std::string>{"img/a.png", "img/b.png", "img/c.png", "img/c.png"}));
+  EXPECT_EQ(s.giros, (std::vector<int>{0, 0, 0, 1}));
+  EXPECT_EQ(s.nomes, (std::vector<std::string>{"a.png", "b.png", "c.png", "c.png"}));
+  // b's depth comes with the pair that names it first as image 0.
+  EXPECT_EQ(s.profundidades, (std::vector<std::string>{"d/a.png.h5", "d/b.png.h5", "", ""}));
+  ASSERT_EQ(s.pares.size(), 3u);
+  const int esperados[3][2] = {{0, 1}, {0, 2}, {1, 3}};
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(s.pares[i].a, esperados[i][0]) << i;
+    EXPECT_EQ(s.pares[i].b, esperados[i][1]) << i;
+    EXPECT_EQ(s.pares[i].rotulo, std::string(nomes[i][0]) + " " + nomes[i][1]);
+    ASSERT_TRUE(s.pares[i].posado.has_value());
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Sequencias, Layout, testing::ValuesIn(kLayouts),
