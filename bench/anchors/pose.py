@@ -4,6 +4,10 @@ compute_pose_error, compute_epipolar_error) on a match file and a pose file,
 printed in MatPose's format so that a test can hold the two together.
 
     python3 pose.py casamentos.txt pose.txt [ransac=1] [metodo=ransac|magsac] [keys=k0.xml,k1.xml]
+    python3 pose.py --lista LISTA [ransac=1] [metodo=ransac|magsac]
+
+LISTA: one pair per line, "casamentos.txt pose.txt [keys=k0.xml,k1.xml]";
+printed per pair, then SuperGlue's AUC at 5, 10 and 20 degrees over them.
 
 pose.txt: 34 numbers, K0 (3x3) K1 (3x3) T_0to1 (4x4), row-major.
 keys=: the keypoint stores the matches were made from. A match file keeps
@@ -105,24 +109,56 @@ def texto(v):
     return "NA" if v is None else "%.6f" % v
 
 
-def main():
-    if len(sys.argv) < 3:
-        sys.exit("uso: pose.py casamentos.txt pose.txt [ransac=1] [metodo=ransac|magsac]")
-    opcoes = dict(a.split("=", 1) for a in sys.argv[3:])
+def avalia(casamentos, arquivo_pose, opcoes):
     limiar = float(opcoes.get("ransac", 1))
     metodo = {"ransac": cv2.RANSAC, "magsac": cv2.USAC_MAGSAC}[opcoes.get("metodo", "ransac")]
-    k0, k1 = le_casamentos(sys.argv[1])
+    k0, k1 = le_casamentos(casamentos)
     if "keys" in opcoes:
         s0, s1 = opcoes["keys"].split(",")
         k0, k1 = restaura(k0, le_store(s0)), restaura(k1, le_store(s1))
-    K0, K1, T = le_pose(sys.argv[2])
+    K0, K1, T = le_pose(arquivo_pose)
     pose = estima_pose(k0.astype(np.float64), k1.astype(np.float64), K0, K1, limiar, metodo)
     er = et = None
     if pose is not None:
         er, et = erro_pose(T, pose[0], pose[1])
     d = distancia_epipolar(k0.astype(np.float64), k1.astype(np.float64), T, K0, K1)
     precisao = [None if len(d) == 0 else np.mean(d < limite) for limite in (1e-4, 5e-4, 1e-3)]
-    print("matches=%d inliers=%d" % (len(k0), 0 if pose is None else pose[2]))
+    return len(k0), 0 if pose is None else pose[2], er, et, precisao
+
+
+def auc(erros, limiares=(5, 10, 20)):
+    """SuperGlue's pose_auc: recall against sorted error from (0, 0), cut at t
+    by searchsorted, integrated by the trapezoid rule, over t."""
+    e = np.r_[0.0, np.sort(np.nan_to_num(np.asarray(erros, dtype=np.float64), nan=np.inf))]
+    r = np.r_[0.0, np.arange(1, len(erros) + 1) / len(erros)]
+    saida = []
+    for t in limiares:
+        i = np.searchsorted(e, t)
+        saida.append(np.trapz(np.r_[r[:i], r[i - 1]], x=np.r_[e[:i], t]) / t)
+    return saida
+
+
+def main():
+    if len(sys.argv) >= 3 and sys.argv[1] == "--lista":
+        # One pair per line: casamentos.txt pose.txt [keys=k0.xml,k1.xml];
+        # one line per pair, then the AUC over all of them (no pose: +inf).
+        opcoes = dict(a.split("=", 1) for a in sys.argv[3:])
+        erros = []
+        for linha in open(sys.argv[2]):
+            c = linha.split()
+            if not c:
+                continue
+            o = dict(opcoes, **dict(a.split("=", 1) for a in c[2:]))
+            n, inliers, er, et, _ = avalia(c[0], c[1], o)
+            erros.append(np.inf if er is None else max(er, et))
+            print("%s matches=%d inliers=%d pose_error=%s" % (c[0], n, inliers, texto(None if er is None else erros[-1])))
+        print("auc@5=%.6f auc@10=%.6f auc@20=%.6f" % tuple(auc(erros)))
+        return
+    if len(sys.argv) < 3:
+        sys.exit("uso: pose.py casamentos.txt pose.txt [ransac=1] [metodo=ransac|magsac] [keys=k0.xml,k1.xml]\n"
+                 "     pose.py --lista LISTA [ransac=1] [metodo=ransac|magsac]")
+    n, inliers, er, et, precisao = avalia(sys.argv[1], sys.argv[2], dict(a.split("=", 1) for a in sys.argv[3:]))
+    print("matches=%d inliers=%d" % (n, inliers))
     print("pose_error=%s rotation_error=%s translation_error=%s"
           % (texto(None if er is None else max(er, et)), texto(er), texto(et)))
     print("epipolar@1e-4=%s epipolar@5e-4=%s epipolar@1e-3=%s" % tuple(texto(p) for p in precisao))

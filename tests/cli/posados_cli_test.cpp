@@ -166,6 +166,47 @@ TEST_F(VarrePosada, UmaOuDuasThreadsAsMesmasPoses) {
   }
 }
 
+// Shards of a posed sweep join into the tables of the sweep run whole,
+// poses.csv included.
+TEST_F(VarrePosada, FatiasJuntadasDaoAsMesmasPoses) {
+  for (const char* shard : {"shard=0/2", "shard=1/2"}) {
+    const teste::Execucao e = teste::roda({"Varre", "ds", "fatiada", "det=sift,orb", "des=sift", "mat=ratio",
+                                           "graficos=0", "desenhos=0", "limiarpose=1,2", shard},
+                                          p().caminho(), 240);
+    ASSERT_EQ(e.status, 0) << e.err;
+  }
+  varre("ds", "inteira", {"det=sift,orb", "limiarpose=1,2"});
+  const teste::Execucao j = teste::roda({"VarreJunta", "fatiada"}, p().caminho(), 240);
+  ASSERT_EQ(j.status, 0) << j.err;
+  for (const char* t : {"/resultados.csv", "/poses.csv"})
+    EXPECT_EQ(teste::leTexto(p() / ("inteira" + std::string(t))), teste::leTexto(p() / ("fatiada" + std::string(t))))
+        << t;
+  EXPECT_NE(teste::leTexto(p() / "fatiada/poses.csv").find("cena,v0.png v2.png,orb,sift,ratio,2,"), std::string::npos);
+}
+
+// Features another program wrote beside each posed image (D2-Net's .npz,
+// by NumPy) sweep like any detector's.
+TEST_F(VarrePosada, CaracteristicasDeOutroPrograma) {
+  teste::Processo py({kPython, "-c",
+                      "import cv2, glob, numpy as np\n"
+                      "for f in sorted(glob.glob('ds/cena/images/*.png')):\n"
+                      "    k, d = cv2.SIFT_create(nfeatures=1500).detectAndCompute(cv2.imread(f, 0), None)\n"
+                      "    np.savez(open(f + '.sift-py', 'wb'), keypoints=np.float32([p.pt for p in k]),\n"
+                      "             descriptors=d / np.linalg.norm(d, axis=1, keepdims=True))\n"},
+                     p().caminho());
+  py.espera(120);
+  ASSERT_EQ(py.fim().status, 0);
+  const teste::Execucao e = teste::roda({"Varre", "ds/cena", "npz", "feat=npz:sift-py", "mat=mutuo", "graficos=0"},
+                                        p().caminho(), 240);
+  ASSERT_EQ(e.status, 0) << e.err;
+  const formats::TabelaCSV t = formats::leTabelaCSV(p() / "npz/resultados.csv");
+  ASSERT_EQ(t.linhas.size(), 2u);
+  for (const auto& l : t.linhas) {
+    EXPECT_EQ(l[t.coluna("detector")], "npz:sift-py");
+    EXPECT_LT(std::stod(l[t.coluna("pose_error")]), 5.0);
+  }
+}
+
 struct Recusa {
   const char* nome;
   std::vector<std::string> args;
