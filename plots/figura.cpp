@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
@@ -114,6 +115,26 @@ void desenhaEm(const Figura& f, const char* dispositivo, const std::string& arqu
   plsstrm(antigo);
 }
 
+// cairo numbers its SVG surfaces ("surface241") from one count per process:
+// numbered again from 1 in order of first appearance, a figure's SVG is the
+// same whatever was drawn before it (the sweep's report and Relatorio's).
+std::string numeraSuperficies(const std::string& svg) {
+  static const std::string kPrefixo = "surface";
+  std::map<std::string, std::string> novos;
+  std::string r;
+  size_t de = 0;
+  for (size_t i; (i = svg.find(kPrefixo, de)) != std::string::npos;) {
+    size_t fim = i + kPrefixo.size();
+    while (fim < svg.size() && std::isdigit(static_cast<unsigned char>(svg[fim]))) ++fim;
+    r.append(svg, de, i + kPrefixo.size() - de);
+    const std::string numero = svg.substr(i + kPrefixo.size(), fim - i - kPrefixo.size());
+    if (!numero.empty() && !novos.count(numero)) novos[numero] = std::to_string(novos.size() + 1);
+    r += numero.empty() ? "" : novos[numero];
+    de = fim;
+  }
+  return r.append(svg, de, std::string::npos);
+}
+
 // PLplot writes by file name and reports no failed write, so it draws into a
 // scratch file whose bytes are checked whole (a PNG to its IEND chunk, an SVG
 // to its closing tag) before the checked writer copies them to the
@@ -137,7 +158,7 @@ std::string desenhaEmBytes(const Figura& f, const char* dispositivo, const std::
                            ? texto.size() >= fimPng.size() && texto.compare(texto.size() - fimPng.size(), fimPng.size(), fimPng) == 0
                            : texto.find("</svg>") != std::string::npos;
   if (!inteiro) tvm::erro("Erro: falha ao gravar ", destino);
-  return texto;
+  return std::string(dispositivo) == "svgcairo" ? numeraSuperficies(texto) : texto;
 }
 
 }  // namespace

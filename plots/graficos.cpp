@@ -1,5 +1,6 @@
 #include "plots/graficos.hpp"
 
+#include "measures/pose.hpp"
 #include "support/argumentos.hpp"
 #include "support/arquivos.hpp"
 #include "support/erro.hpp"
@@ -9,9 +10,10 @@
 
 #include <algorithm>
 #include <array>
-#include <tuple>
 #include <cstdio>
+#include <limits>
 #include <map>
+#include <tuple>
 
 namespace plots {
 
@@ -47,10 +49,11 @@ struct Soma {
 
 // "detector/descriptor/matcher"; a detector that is its own descriptor (a
 // feature file's) once.
+std::string configuracao(const std::string& det, const std::string& des, const std::string& mat) {
+  return (det == des && det.find(':') != std::string::npos ? det : det + "/" + des) + "/" + mat;
+}
 std::string configuracao(const std::vector<std::string>& l, const Colunas& c) {
-  const std::string& det = l[c["detector"]];
-  const std::string& des = l[c["descriptor"]];
-  return (det == des && det.find(':') != std::string::npos ? det : det + "/" + des) + "/" + l[c["matcher"]];
+  return configuracao(l[c["detector"]], l[c["descriptor"]], l[c["matcher"]]);
 }
 
 // View k of a pair written "1-k"; 0 when the text is not such a pair.
@@ -71,11 +74,15 @@ Figura figuraMMA(const formats::TabelaCSV& t) {
   const Colunas c(t, {"kind", "status", "detector", "descriptor", "matcher", "mma@1", "mma@10"});
   std::vector<std::string> configs, grupos = {"all"};
   std::map<std::pair<std::string, std::string>, std::array<Soma, 10>> somas;  // (group, config)
+  // A kind every row has would repeat the overall panel.
+  std::map<std::string, size_t> linhasDoTipo;
+  for (const auto& l : t.linhas) ++linhasDoTipo[l[c["kind"]]];
   for (const auto& l : t.linhas) {
     if (l[c["status"]] != "ok") continue;
     const std::string cfg = configuracao(l, c);
     acrescentaUnico(configs, cfg);
-    const std::string tipo = l[c["kind"]];
+    std::string tipo = l[c["kind"]];
+    if (linhasDoTipo[tipo] == t.linhas.size()) tipo.clear();
     if (!tipo.empty()) acrescentaUnico(grupos, tipo);
     for (const std::string& g : {std::string("all"), tipo}) {
       if (g.empty()) continue;
@@ -86,7 +93,11 @@ Figura figuraMMA(const formats::TabelaCSV& t) {
   f.titulo = "Mean matching accuracy";
   for (const std::string& g : grupos) {
     Painel p;
-    p.titulo = g == "all" ? "Overall" : g == "illumination" ? "Illumination" : g == "viewpoint" ? "Viewpoint" : g;
+    p.titulo = g == "all"            ? "Overall"
+               : g == "illumination" ? "Illumination"
+               : g == "viewpoint"    ? "Viewpoint"
+               : g == "posed"        ? "Posed"
+                                     : g;
     p.eixoX = "threshold [px]";
     p.eixoY = "MMA";
     p.xMin = 1;
@@ -110,11 +121,26 @@ Figura figuraMMA(const formats::TabelaCSV& t) {
   return f;
 }
 
+bool semMMA(const formats::TabelaCSV& t) {
+  const Colunas c(t, {"kind", "status", "mma@1", "mma@10"});
+  bool posados = false;
+  for (const auto& l : t.linhas) {
+    posados = posados || l[c["kind"]] == "posed";
+    if (l[c["status"]] != "ok") continue;
+    double v;
+    for (int i = 0; i < 10; ++i)
+      if (valor(l[c["mma@1"] + i], v)) return false;
+  }
+  return posados;
+}
+
 std::vector<std::pair<std::string, Figura>> figurasSequencias(const formats::TabelaCSV& t) {
   const Colunas c(
       t, {"sequence", "pair", "status", "detector", "descriptor", "matcher", "repeatability", "matching_score"});
+  // A posed scene's pairs have no image index to plot against.
   std::vector<std::string> sequencias;
-  for (const auto& l : t.linhas) acrescentaUnico(sequencias, l[c["sequence"]]);
+  for (const auto& l : t.linhas)
+    if (vistaDoPar(l[c["pair"]]) >= 2) acrescentaUnico(sequencias, l[c["sequence"]]);
   std::vector<std::pair<std::string, Figura>> r;
   for (const std::string& nome : sequencias) {
     Painel rep, ms;
@@ -212,14 +238,90 @@ std::vector<std::pair<std::string, Figura>> figurasCurvas(const formats::TabelaC
   return r;
 }
 
-void desenhaGraficos(const std::string& resultados, const std::string& curvas, const std::string& pasta) {
+std::vector<PosesDeConfiguracao> posesPorConfiguracao(const formats::TabelaCSV& t) {
+  const Colunas c(t, {"sequence", "pair", "detector", "descriptor", "matcher", "threshold", "pose_error", "inliers"});
+  const auto invalido = [&](const char* coluna, const std::string& texto) {
+    tvm::erro("Erro: valor invalido na coluna ", coluna, " de " + t.arquivo + ": " + texto);
+  };
+  std::vector<PosesDeConfiguracao> r;
+  for (size_t i = 0; i < t.linhas.size(); ++i) {
+    const auto& l = t.linhas[i];
+    double limiar = 0, erro = std::numeric_limits<double>::infinity(), inliers = 0;
+    if (!valor(l[c["threshold"]], limiar) || !(limiar > 0)) invalido("threshold", l[c["threshold"]]);
+    if (l[c["pose_error"]] != "NA" && !valor(l[c["pose_error"]], erro)) invalido("pose_error", l[c["pose_error"]]);
+    if (l[c["inliers"]] != "NA" && !valor(l[c["inliers"]], inliers)) invalido("inliers", l[c["inliers"]]);
+    const std::string &det = l[c["detector"]], &des = l[c["descriptor"]], &mat = l[c["matcher"]];
+    auto cfg = std::find_if(r.begin(), r.end(), [&](const PosesDeConfiguracao& p) {
+      return p.detector == det && p.descritor == des && p.casador == mat;
+    });
+    if (cfg == r.end()) cfg = r.insert(r.end(), PosesDeConfiguracao{det, des, mat, {}, {}, {}, {}, 0});
+    const size_t k = std::find(cfg->limiares.begin(), cfg->limiares.end(), limiar) - cfg->limiares.begin();
+    if (k == cfg->limiares.size()) {
+      cfg->limiares.push_back(limiar);
+      cfg->linhas.emplace_back();
+      cfg->erros.emplace_back();
+      cfg->inliers.emplace_back();
+    }
+    cfg->linhas[k].push_back(i);
+    cfg->erros[k].push_back(erro);
+    cfg->inliers[k].push_back(inliers);
+  }
+  for (PosesDeConfiguracao& p : r) {
+    // Every threshold has a row, so there is a best one.
+    const double melhor = measures::melhorLimiar(p.limiares, p.erros)->limiar;
+    p.melhor = std::find(p.limiares.begin(), p.limiares.end(), melhor) - p.limiares.begin();
+  }
+  return r;
+}
+
+std::optional<Figura> figuraPose(const formats::TabelaCSV& t) {
+  const std::vector<PosesDeConfiguracao> configs = posesPorConfiguracao(t);
+  if (configs.empty()) return std::nullopt;
+  constexpr int kPassos = 300;  // of 0.1 degree
+  constexpr double kMaximo = 30;
+  Painel p;
+  p.titulo = "Posed pairs";
+  p.eixoX = "pose error [deg]";
+  p.eixoY = "share of pairs";
+  p.xMax = kMaximo;
+  for (const PosesDeConfiguracao& cfg : configs) {
+    std::vector<double> e = cfg.erros[cfg.melhor];
+    std::sort(e.begin(), e.end());
+    Serie s;
+    s.rotulo = configuracao(cfg.detector, cfg.descritor, cfg.casador) + " (" +
+               tvm::textoDeNumero(cfg.limiares[cfg.melhor]) + " px)";
+    for (int i = 0; i <= kPassos; ++i) {
+      const double x = kMaximo * i / kPassos;
+      s.x.push_back(x);
+      s.y.push_back(static_cast<double>(std::upper_bound(e.begin(), e.end(), x) - e.begin()) /
+                    static_cast<double>(e.size()));
+    }
+    p.series.push_back(s);
+  }
+  Figura f;
+  f.titulo = "Cumulative pose error";
+  f.marcadores = false;
+  f.paineis = {p};
+  return f;
+}
+
+void desenhaGraficos(const std::string& resultados, const std::string& curvas, const std::string& pasta,
+                     const std::string& poses) {
   const formats::TabelaCSV t = formats::leTabelaCSV(resultados);
   tvm::criaPastas(pasta);
-  desenha(figuraMMA(t), pasta + "/mma");
+  if (!semMMA(t)) desenha(figuraMMA(t), pasta + "/mma");
   for (const auto& [nome, f] : figurasSequencias(t)) desenha(f, pasta + "/seq-" + nome);
   struct stat st;
+  if (!poses.empty() && stat(poses.c_str(), &st) == 0)
+    if (const std::optional<Figura> f = figuraPose(formats::leTabelaCSV(poses))) desenha(*f, pasta + "/pose");
   if (curvas.empty() || stat(curvas.c_str(), &st) != 0) return;
-  for (const auto& [nome, f] : figurasCurvas(formats::leTabelaCSV(curvas))) desenha(f, pasta + "/curva-" + nome);
+  // A posed pair's name holds a space and may hold folders: one file name
+  // for it, made as the sweep makes its drawings' names.
+  for (auto [nome, f] : figurasCurvas(formats::leTabelaCSV(curvas))) {
+    for (char& ch : nome)
+      if (ch == '/' || ch == ':' || ch == ' ') ch = '_';
+    desenha(f, pasta + "/curva-" + nome);
+  }
 }
 
 }  // namespace plots
@@ -227,17 +329,19 @@ void desenhaGraficos(const std::string& resultados, const std::string& curvas, c
 void Graficos(int argc, char** argv) {
   if (argc < 3)
     tvm::falhaUso({"Graficos: Desenha MMA, repetibilidade, matching score e recall x 1-precisao de uma tabela",
-                   "Graficos resultados.csv PASTA [curvas=curvas.csv]",
-                   "  Grava PASTA/mma, PASTA/seq-NOME e PASTA/curva-NOME-1-K, cada um em .png e .svg"});
-  std::string curvas;
+                   "Graficos resultados.csv PASTA [curvas=curvas.csv] [poses=poses.csv]",
+                   "  Grava PASTA/mma, PASTA/seq-NOME e PASTA/curva-NOME-1-K, cada um em .png e .svg;",
+                   "  com poses=, PASTA/pose: erro de pose acumulado dos pares posados"});
+  std::string curvas, poses;
   tvm::ISTR opcoes(argc - 3, argv + 3);
   tvm::seekArg(opcoes, "curvas", curvas);
+  tvm::seekArg(opcoes, "poses", poses);
   const std::string resto = opcoes.resto();
   if (!resto.empty()) tvm::erro("Erro: Argumento invalido ", resto);
-  if (!curvas.empty()) {
+  for (const std::string& a : {curvas, poses}) {
     struct stat st;
-    if (stat(curvas.c_str(), &st) != 0) tvm::erro("Erro abertura arquivo ", curvas);
+    if (!a.empty() && stat(a.c_str(), &st) != 0) tvm::erro("Erro abertura arquivo ", a);
   }
-  plots::desenhaGraficos(argv[1], curvas, argv[2]);
+  plots::desenhaGraficos(argv[1], curvas, argv[2], poses);
   std::printf("Graficos: %s\n", argv[2]);
 }

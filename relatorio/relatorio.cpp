@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <sstream>
 #include <vector>
 
@@ -81,9 +82,14 @@ std::string numero(double v, int casas = 4) {
   return s;
 }
 
-// The measures of the summary, those the table has, in this order.
+// The means of the summary, those the table has a value of, in this order.
 const char* const kMedidas[] = {"repeatability", "matching_score", "mma@1", "mma@3", "mma@5", "mma@10",
-                                "ap",            "homography@3",   "auc@5", "auc@10", "auc@20"};
+                                "ap",            "homography@3"};
+// The posed pairs' summary (pose.csv), per configuration: not means over
+// pairs, so taken as the sweep wrote them. The threshold is a choice, not a
+// measure: never marked best.
+const char* const kMedidasPose[] = {"threshold", "auc@5", "auc@10", "auc@20", "mAA"};
+const char* const kPosada = "posed";
 
 struct Media {
   int pares = 0, falhas = 0;
@@ -94,18 +100,52 @@ std::string configuracao(const std::vector<std::string>& l, const formats::Tabel
   return l[t.coluna("detector")] + "\t" + l[t.coluna("descriptor")] + "\t" + l[t.coluna("matcher")];
 }
 
-// The summary tables: all pairs, then each kind of sequence.
-std::string resumo(const formats::TabelaCSV& t) {
-  std::vector<std::string> medidas;
-  for (const char* m : kMedidas)
-    if (t.coluna(m) >= 0) medidas.push_back(m);
+bool temPosadas(const formats::TabelaCSV& t) {
+  const int tipo = t.coluna("kind");
+  return tipo >= 0 && std::any_of(t.linhas.begin(), t.linhas.end(), [&](const auto& l) { return l[tipo] == kPosada; });
+}
+
+// pose.csv's rows by configuration; none when the file is absent or not a
+// table with its columns (a sweep older than it).
+std::map<std::string, std::map<std::string, std::string>> lePose(const std::string& saida) {
+  std::string texto;
+  formats::TabelaCSV t;
+  std::map<std::string, std::map<std::string, std::string>> r;
+  if (!leArquivo(saida + "/pose.csv", texto) || !formats::analisaCSV(texto, t)) return r;
+  for (const char* c : {"detector", "descriptor", "matcher"})
+    if (t.coluna(c) < 0) return r;
+  for (const char* c : kMedidasPose)
+    if (t.coluna(c) < 0) return r;
+  for (const auto& l : t.linhas)
+    for (const char* c : kMedidasPose) r[configuracao(l, t)][c] = l[t.coluna(c)];
+  return r;
+}
+
+// The summary tables: all pairs, then each kind of sequence but one that
+// every pair has (its table would repeat the first).
+std::string resumo(const formats::TabelaCSV& t, const std::string& saida) {
   const int status = t.coluna("status"), tipo = t.coluna("kind");
+  std::vector<std::string> medidas;
+  for (const char* m : kMedidas) {
+    const int c = t.coluna(m);
+    double v;
+    if (c >= 0 && std::any_of(t.linhas.begin(), t.linhas.end(), [&](const auto& l) {
+          return l[status] == "ok" && tvm::textoParaDouble(l[c], v);
+        }))
+      medidas.push_back(m);
+  }
+  const auto pose = lePose(saida);
+  if (!pose.empty()) medidas.insert(medidas.end(), std::begin(kMedidasPose), std::end(kMedidasPose));
+  std::map<std::string, size_t> linhasDoTipo;
+  if (tipo >= 0)
+    for (const auto& l : t.linhas) ++linhasDoTipo[l[tipo]];
   std::vector<std::string> grupos = {"all"}, configs;
   std::map<std::string, std::map<std::string, Media>> medias;  // group -> config -> means
   for (const auto& l : t.linhas) {
     const std::string cfg = configuracao(l, t);
     if (std::find(configs.begin(), configs.end(), cfg) == configs.end()) configs.push_back(cfg);
-    const std::string k = tipo >= 0 ? l[tipo] : "";
+    std::string k = tipo >= 0 ? l[tipo] : "";
+    if (linhasDoTipo[k] == t.linhas.size()) k.clear();
     if (!k.empty() && std::find(grupos.begin(), grupos.end(), k) == grupos.end()) grupos.push_back(k);
     for (const std::string& g : {std::string("all"), k}) {
       if (g.empty()) continue;
@@ -117,20 +157,30 @@ std::string resumo(const formats::TabelaCSV& t) {
       ++m.pares;
       for (const std::string& medida : medidas) {
         double v;
-        if (tvm::textoParaDouble(l[t.coluna(medida)], v)) {
+        if (t.coluna(medida) >= 0 && tvm::textoParaDouble(l[t.coluna(medida)], v)) {
           m.somas[medida].first += v;
           ++m.somas[medida].second;
         }
       }
     }
   }
+  // The pose summary holds for the groups with posed pairs: all and posed.
+  for (const std::string g : {"all", kPosada})
+    for (auto& [cfg, m] : medias[g]) {
+      const auto p = pose.find(cfg);
+      if (p == pose.end()) continue;
+      for (const char* medida : kMedidasPose) {
+        double v;
+        if (tvm::textoParaDouble(p->second.at(medida), v)) m.somas[medida] = {v, 1};
+      }
+    }
   std::string r;
   for (const std::string& g : grupos) {
-    // The best mean of each column, marked in it.
+    // The best value of each column, marked in it.
     std::map<std::string, double> melhor;
     for (const auto& [cfg, m] : medias[g])
       for (const auto& [medida, s] : m.somas)
-        if (s.second > 0 && (!melhor.count(medida) || s.first / s.second > melhor[medida]))
+        if (s.second > 0 && medida != "threshold" && (!melhor.count(medida) || s.first / s.second > melhor[medida]))
           melhor[medida] = s.first / s.second;
     r += "<h3>" + html(g == "all" ? "All pairs" : g + " sequences") + "</h3>\n<table class=\"ordenavel resumo\">\n<thead><tr>"
          "<th>detector</th><th>descriptor</th><th>matcher</th><th>pairs</th><th>failed</th>";
@@ -152,13 +202,18 @@ std::string resumo(const formats::TabelaCSV& t) {
           continue;
         }
         const double v = s->second.first / s->second.second;
-        linha += std::string("<td") + (numero(v) == numero(melhor[medida]) ? " class=\"melhor\"" : "") + ">" +
-                 numero(v) + "</td>";
+        const std::string texto = medida == "threshold" ? tvm::textoDeNumero(v) : numero(v);
+        const bool marcada = melhor.count(medida) && texto == numero(melhor[medida]);
+        linha += std::string("<td") + (marcada ? " class=\"melhor\"" : "") + ">" + texto + "</td>";
       }
       r += linha + "</tr>\n";
     }
     r += "</tbody></table>\n";
   }
+  if (!pose.empty())
+    r += "<p>threshold, auc@5, auc@10, auc@20, mAA: the posed pairs' relative pose (pose.csv), at the RANSAC "
+         "threshold in pixels that gives each configuration its best AUCs; a pair without a pose counts as wrong "
+         "at every angle.</p>\n";
   return r;
 }
 
@@ -167,8 +222,16 @@ std::string imagem(const std::string& tipo, const std::string& bytes, const std:
 }
 
 std::string graficos(const std::string& saida, const formats::TabelaCSV& t) {
-  std::string r = "<div class=\"figura\">" + imagem("image/svg+xml", plots::emSvg(plots::figuraMMA(t), "mma"), "MMA") +
-                  "</div>\n";
+  std::string r;
+  if (!plots::semMMA(t))
+    r += "<div class=\"figura\">" + imagem("image/svg+xml", plots::emSvg(plots::figuraMMA(t), "mma"), "MMA") +
+         "</div>\n";
+  std::string poses;
+  formats::TabelaCSV p;
+  if (temPosadas(t) && leArquivo(saida + "/poses.csv", poses) && formats::analisaCSV(poses, p))
+    if (const std::optional<plots::Figura> f = plots::figuraPose(p))
+      r += "<div class=\"figura\">" + imagem("image/svg+xml", plots::emSvg(*f, "pose"), "Cumulative pose error") +
+           "</div>\n";
   const auto sequencias = plots::figurasSequencias(t);
   int n = 0;
   for (const auto& [nome, f] : sequencias) {
@@ -209,7 +272,10 @@ std::string desenhos(const std::string& saida, const formats::TabelaCSV& t) {
       for (char& c : arquivo)
         if (c == '/' || c == ':' || c == ' ') c = '_';
       if (arquivo != nome) continue;
-      for (const char* m : {"matches", "correct", "matching_score", "mma@3", "ap"})
+      std::vector<const char*> colunas = {"matches", "correct", "matching_score", "mma@3", "ap"};
+      if (t.coluna("kind") >= 0 && l[t.coluna("kind")] == kPosada)
+        colunas.insert(colunas.end(), {"inliers", "pose_error"});
+      for (const char* m : colunas)
         if (t.coluna(m) >= 0) medidas += std::string(m) + " " + l[t.coluna(m)] + " &nbsp; ";
     }
     r += "<details><summary>" + html(resumo) + " &nbsp; <small>" + medidas + "</small></summary>" +
@@ -225,11 +291,14 @@ std::string desenhos(const std::string& saida, const formats::TabelaCSV& t) {
 std::string pares(const formats::TabelaCSV& t) {
   const char* const colunas[] = {"pair",    "detector",       "descriptor", "matcher", "status", "keypoints1",
                                  "keypoints2", "matches", "correct", "repeatability", "matching_score",
-                                 "mma@3", "ap", "homography_error"};
+                                 "mma@3", "ap", "homography_error", "inliers", "pose_error", "epipolar@5e-4"};
+  // The pose's columns are NA but on posed pairs.
+  const std::vector<std::string> dePose = {"inliers", "pose_error", "epipolar@5e-4"};
+  const bool posadas = temPosadas(t);
   std::vector<int> indices;
   std::string cabecalho;
   for (const char* c : colunas)
-    if (t.coluna(c) >= 0) {
+    if (t.coluna(c) >= 0 && (posadas || std::find(dePose.begin(), dePose.end(), c) == dePose.end())) {
       indices.push_back(t.coluna(c));
       cabecalho += std::string("<th>") + c + "</th>";
     }
@@ -380,8 +449,8 @@ void escreve(const std::string& saida) {
   std::string p = "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">\n<title>QUIVELAR sweep: " +
                   html(saida) + "</title>\n<style>" + kEstilo + "</style></head><body>\n<h1>QUIVELAR sweep report</h1>\n"
                   "<p>" + html(saida) + ": " + std::to_string(t.linhas.size()) +
-                  " rows (pair x configuration). Click a column's name to sort by it; the best mean of each column "
-                  "is marked.</p>\n<h2>Summary</h2>\n" + resumo(t) + "<h2>Plots</h2>\n" + graficos(saida, t) +
+                  " rows (pair x configuration). Click a column's name to sort by it; the best value of each column "
+                  "is marked.</p>\n<h2>Summary</h2>\n" + resumo(t, saida) + "<h2>Plots</h2>\n" + graficos(saida, t) +
                   "<h2>Matches</h2>\n" + desenhos(saida, t) + "<h2>Every pair</h2>\n" + pares(t) +
                   "<h2>How it was made</h2>\n" + comoFoiFeito(saida, t) + "<script>" + kScript +
                   "</script>\n</body></html>\n";
@@ -397,7 +466,8 @@ void Relatorio(int argc, char** argv) {
   if (argc != 2)
     tvm::falhaUso({"Relatorio: Refaz o relatorio.html de uma varredura a partir da sua pasta",
                    "Relatorio SAIDA",
-                   "  Le SAIDA/resultados.csv, curvas.csv, tempos.csv, varredura.txt e desenhos/; escreve",
-                   "  SAIDA/relatorio.html, uma pagina so (estilo, graficos e desenhos dentro dela)"});
+                   "  Le SAIDA/resultados.csv, curvas.csv, poses.csv, pose.csv, tempos.csv, varredura.txt e",
+                   "  desenhos/; escreve SAIDA/relatorio.html, uma pagina so (estilo, graficos e desenhos",
+                   "  dentro dela)"});
   relatorio::escreve(argv[1]);
 }

@@ -6,7 +6,8 @@
 // It holds, from the folder's tables (sweep/varre.hpp):
 //   - the summary: the mean of each measure per configuration, overall and
 //     per kind of sequence, sortable by any column with a click, the best
-//     value of each column marked;
+//     value of each column marked; for posed pairs, the pose AUCs and mAA at
+//     the threshold pose.csv reports (not means over pairs, so read from it);
 //   - the plots (plots/graficos.hpp), drawn from the tables;
 //   - the drawings of the matches the sweep kept (SAIDA/desenhos/), correct
 //     ones green, wrong ones red, the worst marked; each with its pair's

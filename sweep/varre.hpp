@@ -123,15 +123,6 @@ struct Resumo {
 // rebuilt in SAIDA (a shard's in SAIDA/fatias, see fatias.hpp). Progress goes to stderr.
 Resumo varre(const Plano& p);
 
-// D2-Net's summary of a sweep (resultados.csv's text): per configuration and
-// for all pairs, then illumination and viewpoint pairs, the MMA at 1..10
-// pixels averaged over pairs (a pair without matches counts 0), the mean
-// keypoints per image and matches per pair. Written as mma.csv.
-std::string tabelaMMA(const std::string& resultadosCsv);
-extern const char* const kCabecalhoMMA;
-
-// The mean of each measure per configuration (and per kind of sequence when
-// the dataset names kinds), as text for the terminal.
-std::string tabelaResumo(const std::string& resultadosCsv);
+// The summaries of its tables: sweep/resumo.hpp.
 
 }  // namespace sweep

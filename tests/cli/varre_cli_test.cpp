@@ -3,6 +3,7 @@
 // rows; angles reach each descriptor in its own convention; flat patches
 // cost one keypoint pair, not the unit; every refusal names what is wrong.
 #include "formats/csv.hpp"
+#include "sweep/resumo.hpp"
 #include "sweep/varre.hpp"
 #include "tests/common/cli.hpp"
 #include "tests/common/pasta_temp.hpp"
@@ -447,7 +448,7 @@ INSTANTIATE_TEST_SUITE_P(Varre, Erros, testing::ValuesIn(kErros),
 
 TEST(Varre, Usos) {
   const std::pair<std::vector<std::string>, const char*> usos[] = {
-      {{"Varre", "x"}, "Varre: Mede detectores x descritores x casamentos em todos os pares 1-k de um dataset\n"},
+      {{"Varre", "x"}, "Varre: Mede detectores x descritores x casamentos em todos os pares de um dataset\n"},
       {{"VarreJunta"}, "VarreJunta: Junta as fatias de uma varredura (Varre shard=i/n) nas tabelas de uma so\n"},
       {{"VarreJunta", "x", "y"}, "VarreJunta: Junta as fatias de uma varredura (Varre shard=i/n) nas tabelas de uma so\n"},
       {{"SeqSint", "x"},
