@@ -106,14 +106,13 @@ std::string semExtensao(const std::string& nome) {
 
 }  // namespace
 
-Sequencia sequenciaPosada(const std::string& nome, const std::string& pasta, const std::vector<ParPosado>& pares) {
-  Sequencia s;
-  s.nome = nome;
-  s.pasta = pasta;
-  s.tipo = Tipo::posada;
-  // An image is its file and its turn; its index, in the order pairs name them.
+std::vector<Sequencia> sequenciaPosada(const std::string& nome, const std::string& pasta,
+                                       const std::vector<ParPosado>& pares, int maxImagens) {
+  std::vector<Sequencia> partes;
+  // An image is its file and its turn; its index in its part, in the order
+  // pairs name them.
   std::map<std::pair<std::string, int>, int> indices;
-  const auto indice = [&](const std::string& caminho, const std::string& nomeLista, int giro,
+  const auto indice = [&](Sequencia& s, const std::string& caminho, const std::string& nomeLista, int giro,
                           const std::string& profundidade) {
     const auto [it, nova] = indices.emplace(std::make_pair(caminho, giro), static_cast<int>(s.imagens.size()));
     if (!nova) {
@@ -128,15 +127,32 @@ Sequencia sequenciaPosada(const std::string& nome, const std::string& pasta, con
     s.profundidades.push_back(profundidade);
     return it->second;
   };
-  for (const ParPosado& p : pares) {
+  const auto novas = [&](const ParPosado& p) {
+    return static_cast<int>(!indices.count({p.imagem0, p.giro0})) + !indices.count({p.imagem1, p.giro1}) -
+           (p.imagem0 == p.imagem1 && p.giro0 == p.giro1 && !indices.count({p.imagem0, p.giro0}));
+  };
+  for (size_t i = 0; i < pares.size(); ++i) {
+    const ParPosado& p = pares[i];
+    if (partes.empty() || (!partes.back().pares.empty() && partes.back().vistas() + novas(p) > maxImagens)) {
+      partes.emplace_back();
+      Sequencia& s = partes.back();
+      s.nome = nome;
+      s.pasta = pasta;
+      s.tipo = Tipo::posada;
+      s.parte = static_cast<int>(partes.size()) - 1;
+      s.primeiroPar = static_cast<int>(i);
+      indices.clear();
+    }
+    Sequencia& s = partes.back();
     ParDaSequencia q;
-    q.a = indice(p.imagem0, p.nome0, p.giro0, p.profundidade0);
-    q.b = indice(p.imagem1, p.nome1, p.giro1, p.profundidade1);
+    q.a = indice(s, p.imagem0, p.nome0, p.giro0, p.profundidade0);
+    q.b = indice(s, p.imagem1, p.nome1, p.giro1, p.profundidade1);
     q.rotulo = p.nome0 + " " + p.nome1;
     q.posado = p;
     s.pares.push_back(q);
   }
-  return s;
+  for (Sequencia& s : partes) s.partes = static_cast<int>(partes.size());
+  return partes;
 }
 
 std::vector<Sequencia> leDataset(const std::string& pasta, const std::vector<std::string>& nomes,
@@ -146,10 +162,10 @@ std::vector<Sequencia> leDataset(const std::string& pasta, const std::vector<std
   if (existeArquivo(pasta)) {
     // A pair list, named after its file.
     const size_t barra = pasta.rfind('/');
-    todas.push_back(sequenciaPosada(semExtensao(nomeDaPasta(pasta)), barra == std::string::npos ? "." : pasta.substr(0, barra),
-                                    leDatasetPosado(pasta, pastaImagens)));
+    todas = sequenciaPosada(semExtensao(nomeDaPasta(pasta)), barra == std::string::npos ? "." : pasta.substr(0, barra),
+                            leDatasetPosado(pasta, pastaImagens));
   } else if (ehCena(pasta)) {
-    todas.push_back(sequenciaPosada(nomeDaPasta(pasta), pasta, leDatasetPosado(pasta, pastaImagens)));
+    todas = sequenciaPosada(nomeDaPasta(pasta), pasta, leDatasetPosado(pasta, pastaImagens));
   } else if (leSequencia(pasta, s)) {
     todas.push_back(s);
   } else {
@@ -163,26 +179,23 @@ std::vector<Sequencia> leDataset(const std::string& pasta, const std::vector<std
     std::sort(entradas.begin(), entradas.end());
     for (const std::string& nome : entradas) {
       // Each scene's images are in its own images/ folder.
-      if (ehCena(pasta + "/" + nome))
-        todas.push_back(sequenciaPosada(nome, pasta + "/" + nome, leDatasetPosado(pasta + "/" + nome)));
-      else if (leSequencia(pasta + "/" + nome, s))
+      if (ehCena(pasta + "/" + nome)) {
+        const std::vector<Sequencia> partes = sequenciaPosada(nome, pasta + "/" + nome, leDatasetPosado(pasta + "/" + nome));
+        todas.insert(todas.end(), partes.begin(), partes.end());
+      } else if (leSequencia(pasta + "/" + nome, s))
         todas.push_back(s);
     }
   }
   if (todas.empty())
     tvm::erro("Erro: nenhuma sequencia (img1.ppm.. ou 1.ppm..) nem cena posada (views.txt, cameras.txt) em ", pasta);
   if (nomes.empty()) return todas;
+  for (const std::string& nome : nomes)
+    if (std::none_of(todas.begin(), todas.end(), [&](const Sequencia& q) { return q.nome == nome; }))
+      tvm::erro("Erro: sequencia ", nome, " nao encontrada em " + pasta);
+  // In the dataset's order, each once, every part of a scene.
   std::vector<Sequencia> escolhidas;
-  for (const std::string& nome : nomes) {
-    auto it = std::find_if(todas.begin(), todas.end(), [&](const Sequencia& q) { return q.nome == nome; });
-    if (it == todas.end()) tvm::erro("Erro: sequencia ", nome, " nao encontrada em " + pasta);
-    escolhidas.push_back(*it);
-  }
-  std::sort(escolhidas.begin(), escolhidas.end(),
-            [](const Sequencia& a, const Sequencia& b) { return a.nome < b.nome; });
-  escolhidas.erase(std::unique(escolhidas.begin(), escolhidas.end(),
-                               [](const Sequencia& a, const Sequencia& b) { return a.nome == b.nome; }),
-                   escolhidas.end());
+  for (const Sequencia& q : todas)
+    if (std::find(nomes.begin(), nomes.end(), q.nome) != nomes.end()) escolhidas.push_back(q);
   return escolhidas;
 }
 

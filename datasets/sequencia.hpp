@@ -57,15 +57,26 @@ struct Sequencia {
   std::vector<std::string> nomes, profundidades;
   std::vector<int> giros;
   std::vector<ParDaSequencia> pares;
+  // A posed scene is swept in parts of at most kMaxImagensPorParte images,
+  // so that a list of thousands of images (MegaDepth-1500's) is never in
+  // memory whole: part `parte` of `partes`, its pairs those from
+  // `primeiroPar` of the scene's list. Parts share the scene's name.
+  int parte = 0, partes = 1, primeiroPar = 0;
   int vistas() const { return static_cast<int>(imagens.size()); }
+  // The name and, for a part, its number: "cena", "cena#2".
+  std::string nomeDaParte() const { return partes > 1 ? nome + "#" + std::to_string(parte + 1) : nome; }
 };
+
+constexpr int kMaxImagensPorParte = 16;
 
 // The sequence in `pasta`; false when the folder holds no image 1 and no
 // view in either layout.
 bool leSequencia(const std::string& pasta, Sequencia& s);
 
-// The posed pairs of one list or scene as a sequence named `nome`.
-Sequencia sequenciaPosada(const std::string& nome, const std::string& pasta, const std::vector<ParPosado>& pares);
+// The posed pairs of one list or scene as sequences named `nome`: parts of
+// consecutive pairs, each naming at most `maxImagens` images.
+std::vector<Sequencia> sequenciaPosada(const std::string& nome, const std::string& pasta,
+                                       const std::vector<ParPosado>& pares, int maxImagens = kMaxImagensPorParte);
 
 // The sequences of a dataset, sorted by name; when `nomes` is not empty only
 // those, each of which must exist. The dataset is a sequence folder, a

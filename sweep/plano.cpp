@@ -273,7 +273,10 @@ Plano lePlano(int argc, char** argv) {
     int k = posada ? 1 : 2;
     if (doisPontos != std::string::npos) tvm::convArg(k, curva.substr(doisPontos + 1));
     p.curvaPar = posada ? k - 1 : k - 2;
-    if (s == p.sequencias.end() || p.curvaPar < 0 || p.curvaPar >= static_cast<int>(s->pares.size()))
+    int pares = 0;  // over the scene's parts
+    for (const datasets::Sequencia& q : p.sequencias)
+      if (q.nome == p.curvaSequencia) pares += static_cast<int>(q.pares.size());
+    if (s == p.sequencias.end() || p.curvaPar < 0 || p.curvaPar >= pares)
       tvm::erro("Erro: par de curva fora da varredura ", curva);
   }
   return p;

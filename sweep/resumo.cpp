@@ -108,13 +108,9 @@ std::vector<ResumoPose> resumoPose(const formats::TabelaCSV& t, const std::strin
   const auto discorda = [&](const std::string& nome, const std::string& limiar) {
     tvm::erro("Erro: ", posesCsv, " nao tem uma linha por par posado ok de " + t.arquivo + " (" + nome + limiar + ")");
   };
-  for (ResumoPose& p : r) {
-    std::sort(p.paresOk.begin(), p.paresOk.end());
-    if (p.pares > 0 && std::none_of(porConfiguracao.begin(), porConfiguracao.end(), [&](const auto& c) {
-          return c.detector == p.detector && c.descritor == p.descritor && c.casador == p.casador;
-        }))
-      discorda(p.detector + "/" + p.descritor + "/" + p.casador, "");
-  }
+  // A configuration with no pose at all (medidas=mma estimates none) keeps
+  // NA; one with poses must have them for every ok pair at each threshold.
+  for (ResumoPose& p : r) std::sort(p.paresOk.begin(), p.paresOk.end());
   for (const plots::PosesDeConfiguracao& c : porConfiguracao) {
     const auto p = procura(c.detector, c.descritor, c.casador);
     const std::string nome = c.detector + "/" + c.descritor + "/" + c.casador;

@@ -548,7 +548,7 @@ void medePar(const Plano& p, const datasets::Sequencia& s, const Sequencia& q, c
     for (const Casador& cas : p.casadores) linhaFalha(parte, s, j, det, des, cas, falha);
     return;
   }
-  const bool comCurva = s.nome == p.curvaSequencia && j == p.curvaPar;
+  const bool comCurva = s.nome == p.curvaSequencia && s.primeiroPar + j == p.curvaPar;
   // The repeatability of a detected pair is computed once per detector: its
   // time goes to the rows of the detector's first descriptor only. KeyRand's
   // pairs are drawn, and measured, by every unit.
@@ -585,7 +585,7 @@ class Grafo {
       if (liberadas.size() >= 2) antes.push_back(liberadas[liberadas.size() - 2]);
       std::vector<Tarefas::Id> escritas = sequencia(s, pendentes, antes);
       if (!liberadas.empty()) escritas.push_back(liberadas.back());
-      const std::string nome = p.sequencias[s].nome;
+      const std::string nome = p.sequencias[s].nomeDaParte();
       liberadas.push_back(t_.adiciona(
           [this, s, nome] {
             sequencias_.at(s).reset();
@@ -853,7 +853,7 @@ std::string arquivoUnidade(const Plano& p, const Unidade& u) {
   std::string nomes = det.nome + "@" + p.descritores[u.descritor].nome;
   for (char& c : nomes)
     if (c == '/' || c == ':' || c == ' ' || c == '\'') c = '_';
-  return "unidades/" + s.nome + "@" + nomes + "@" + tvm::assinatura(opcoes).substr(0, 12) + ".csv";
+  return "unidades/" + s.nomeDaParte() + "@" + nomes + "@" + tvm::assinatura(opcoes).substr(0, 12) + ".csv";
 }
 
 std::string assinaturaPlano(const Plano& p) {

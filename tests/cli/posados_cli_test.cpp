@@ -184,6 +184,20 @@ TEST_F(VarrePosada, FatiasJuntadasDaoAsMesmasPoses) {
   EXPECT_NE(teste::leTexto(p() / "fatiada/poses.csv").find("cena,v0.png v2.png,orb,sift,ratio,2,"), std::string::npos);
 }
 
+// medidas=mma on a posed scene: the matches' MMA through depth, no pose.
+TEST_F(VarrePosada, SoMMAPelaProfundidade) {
+  const formats::TabelaCSV t = varre("ds/cena", "mma", {"medidas=mma"});
+  ASSERT_EQ(t.linhas.size(), 2u);
+  for (const auto& l : t.linhas) {
+    EXPECT_NE(l[t.coluna("mma@3")], "NA");
+    for (const char* c : kColunasPose) EXPECT_EQ(l[t.coluna(c)], "NA") << c;
+  }
+  const formats::TabelaCSV pose = formats::leTabelaCSV(p() / "mma/pose.csv");
+  ASSERT_EQ(pose.linhas.size(), 1u);
+  EXPECT_EQ(pose.linhas[0][pose.coluna("pairs")], "2");
+  EXPECT_EQ(pose.linhas[0][pose.coluna("auc@5")], "NA");
+}
+
 // Features another program wrote beside each posed image (D2-Net's .npz,
 // by NumPy) sweep like any detector's.
 TEST_F(VarrePosada, CaracteristicasDeOutroPrograma) {

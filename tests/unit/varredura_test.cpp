@@ -109,7 +109,10 @@ TEST(Dataset, ParesPosadosCompartilhamImagens) {
     pares[i].profundidade0 = std::string("d/") + nomes[i][0] + ".h5";
   }
   pares[2].giro1 = 1;
-  const datasets::Sequencia s = datasets::sequenciaPosada("cena", "pasta", pares);
+  const std::vector<datasets::Sequencia> partes = datasets::sequenciaPosada("cena", "pasta", pares);
+  ASSERT_EQ(partes.size(), 1u);
+  const datasets::Sequencia& s = partes[0];
+  EXPECT_EQ(s.nomeDaParte(), "cena");
   EXPECT_EQ(s.tipo, datasets::Tipo::posada);
   EXPECT_STREQ(datasets::nomeTipo(s.tipo), "posed");
   EXPECT_EQ(s.imagens, (std::vector<std::string>{"img/a.png", "img/b.png", "img/c.png", "img/c.png"}));
@@ -147,6 +150,40 @@ TEST(Dataset, PastaDeSequenciasOuUmaSequencia) {
             "Erro: sequencia c nao encontrada em " + p.caminho());
   EXPECT_EQ(teste::mensagemDe([&] { datasets::leDataset(p / "vazia", {}); }),
             "Erro: nenhuma sequencia (img1.ppm.. ou 1.ppm..) nem cena posada (views.txt, cameras.txt) em " + p / "vazia");
+}
+
+// A long list is cut into parts of consecutive pairs, none naming more
+// images than allowed; together they hold the list in order.
+TEST(Dataset, CenaLongaEmPartes) {
+  // Pairs i-(i+1) and i-(i+2) over 8 images: a chain that never closes.
+  std::vector<datasets::ParPosado> pares;
+  for (int i = 0; i < 8; ++i)
+    for (int d : {1, 2}) {
+      if (i + d >= 8) continue;
+      datasets::ParPosado p;
+      p.nome0 = p.imagem0 = std::to_string(i) + ".png";
+      p.nome1 = p.imagem1 = std::to_string(i + d) + ".png";
+      pares.push_back(p);
+    }
+  for (int maximo : {2, 3, 5, 16}) {
+    const std::vector<datasets::Sequencia> partes = datasets::sequenciaPosada("cena", "pasta", pares, maximo);
+    std::vector<std::string> rotulos;
+    for (size_t k = 0; k < partes.size(); ++k) {
+      const datasets::Sequencia& s = partes[k];
+      EXPECT_LE(s.vistas(), maximo);
+      EXPECT_EQ(s.parte, static_cast<int>(k));
+      EXPECT_EQ(s.partes, static_cast<int>(partes.size()));
+      EXPECT_EQ(s.primeiroPar, static_cast<int>(rotulos.size()));
+      EXPECT_EQ(s.nomeDaParte(), partes.size() > 1 ? "cena#" + std::to_string(k + 1) : "cena");
+      for (const datasets::ParDaSequencia& q : s.pares) {
+        rotulos.push_back(q.rotulo);
+        EXPECT_EQ(s.imagens[q.a] + " " + s.imagens[q.b], q.rotulo);
+      }
+    }
+    ASSERT_EQ(rotulos.size(), pares.size()) << maximo;
+    for (size_t i = 0; i < pares.size(); ++i) EXPECT_EQ(rotulos[i], pares[i].nome0 + " " + pares[i].nome1);
+    EXPECT_EQ(partes.size() == 1, maximo >= 8) << maximo;
+  }
 }
 
 // ---------------------------------------------------------------- synthetic
