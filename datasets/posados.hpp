@@ -35,8 +35,11 @@
 // SuperGlue's ScanNet list prints five decimals), quaternions of unit norm
 // (to 1e-4, then normalised), K upper triangular with positive focal lengths
 // and last row 0 0 1, known camera ids and models, no repeated ids or names,
-// sizes of 1 to 100000 pixels. A file larger than tvm::limiteStoreBytes() is
-// refused unread. Errors are one line naming the file and line.
+// sizes of 1 to 100000 pixels, image names inside their folder (not
+// absolute, no ".." component, no NUL byte), finite relative translations,
+// no skew on a turned image (a turn would move it below the diagonal). A file
+// larger than tvm::limiteStoreBytes() is refused unread. Errors are one line
+// naming the file and line.
 #pragma once
 
 #include "measures/verdade.hpp"

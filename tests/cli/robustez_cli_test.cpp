@@ -25,8 +25,8 @@ namespace {
 using Palavras = std::vector<std::string>;
 
 // Each row a command line, the tool word first. "@name" is an input file,
-// ">name" an output, "#" marks a number and its good value; what comes before
-// a mark stays ("key=@k.yml" gives "key=k.yml").
+// ">name" an output (">name/" an output folder), "#" marks a number and its
+// good value; what comes before a mark stays ("key=@k.yml" gives "key=k.yml").
 const std::vector<Palavras>& ferramentas() {
   static const std::vector<Palavras> tabela = {
       {"keysift", "@a.pgm", ">sai.yml", "#0", "#3"}, {"keysurf", "@a.pgm", ">sai.yml", "#500"},
@@ -58,6 +58,7 @@ const std::vector<Palavras>& ferramentas() {
       {"matvis", "@a.pgm", "@b.pgm", "@m.txt", "@h.txt"}, {"sobrroc", ">sai.png", "@c1.png", "@c2.png"},
       {"filtmat", "@m.txt", "@h.txt", "#15", ">sai.txt"},
       {"matpose", "@a.pgm", "@b.pgm", "@mdentro.txt", "@p.txt", "ransac=#1", "csv=>p.csv"},
+      {"sintpose", "@a.pgm", ">sp/", "superficie=ondas", "giro=#15", "desloc=#0.2", "n=#2", "seed=#7"},
   };
   return tabela;
 }
@@ -328,16 +329,25 @@ std::vector<Caso> casosDe(const Palavras& linha) {
     variantes(base, entrada, completo, casos);
   }
   for (const std::string& saida : base.saidas) {
+    // An output folder is made when missing: only a file where it or its
+    // parent goes stops it.
+    const bool pastaSaida = saida.back() == '/';
+    const std::string nome = saida.substr(0, saida.size() - pastaSaida), pai = pastaSaida ? "x/" : "naoha/";
     Palavras outra = linha;
     for (std::string& p : outra)
-      if (p.find(">" + saida) != std::string::npos) p.insert(p.find('>') + 1, "naoha/");
-    casos.push_back(caso(outra, saida + "_pastaInexistente"));
-    casos.back().esperado = "naoha/" + saida;
+      if (p.find(">" + saida) != std::string::npos) p.insert(p.find('>') + 1, pai);
+    casos.push_back(caso(outra, nome + (pastaSaida ? "_sobArquivo" : "_pastaInexistente")));
+    casos.back().esperado = pai + nome;
+    if (pastaSaida) casos.back().arquivos["x"] = "x";
     // Renaming onto a folder is the same last step for every output.
-    if (saida != *base.saidas.begin()) continue;
+    if (saida != *base.saidas.begin() && !pastaSaida) continue;
     casos.push_back(base);
-    casos.back().nome = "ehPasta";
-    casos.back().pasta = casos.back().esperado = saida;
+    casos.back().nome = pastaSaida ? "ehArquivo" : "ehPasta";
+    casos.back().esperado = nome;
+    if (pastaSaida)
+      casos.back().arquivos[nome] = "x";
+    else
+      casos.back().pasta = nome;
   }
   // Words the number parser refuses need one number per tool; NaN (which
   // strtod takes) and the extremes reach each number's own guard.
@@ -360,8 +370,10 @@ std::vector<Caso> casosDe(const Palavras& linha) {
 // An empty string when the case ended as it must, else what went wrong.
 std::string executa(const Caso& caso) {
   teste::PastaTemp pasta;
-  for (const auto& [nome, conteudo] : caso.arquivos)
+  for (const auto& [nome, conteudo] : caso.arquivos) {
+    std::filesystem::create_directories(std::filesystem::path(pasta / nome).parent_path());
     if (conteudo) teste::escreveTexto(pasta / nome, *conteudo);
+  }
   if (!caso.pasta.empty()) std::filesystem::create_directory(pasta / caso.pasta);
   const Palavras antes = pasta.conteudo();
   const teste::Execucao e = teste::roda(caso.args, pasta.caminho(), 20);
@@ -379,7 +391,8 @@ std::string executa(const Caso& caso) {
     se(("\n" + e.err).find(texto) != std::string::npos, "texto do OpenCV no stderr");
   se(saiu && e.status == 0 && !caso.podeDarCerto, "status 0 com entrada invalida");
   for (const std::string& nome : depois)
-    se(saiu && e.status == 0 && !caso.saidas.count(nome) && std::find(antes.begin(), antes.end(), nome) == antes.end(),
+    se(saiu && e.status == 0 && !caso.saidas.count(nome) && !caso.saidas.count(nome + "/") &&
+           std::find(antes.begin(), antes.end(), nome) == antes.end(),
        "arquivo inesperado " + nome);
   se(falhou && e.status != 1, "status " + std::to_string(e.status));
   se(falhou && ultima.rfind("Erro", 0) != 0, "ultima linha do stderr nao comeca com Erro");
@@ -465,6 +478,105 @@ TEST(Robustez, ArquivosDeOutrosProgramas) {
     }
   }
   EXPECT_GE(casos.size(), 30u);
+  for (const std::string& f : executaTodos(casos)) ADD_FAILURE() << f;
+}
+
+// Posed datasets in each layout (datasets/posados.hpp), good and hostile,
+// through the sweep that reads them; and the words of SintPose, which writes
+// them, that its row cannot vary.
+TEST(Robustez, DatasetsPosados) {
+  ::unsetenv("DISPLAY");
+  const std::string L = "a.pgm b.pgm 0 0 60 0 32 0 60 32 0 0 1 60 0 32 0 60 32 0 0 1 1 0 0 1 0 1 0 0 0 0 1 0 0 0 0 1\n";
+  const std::string V = "# views\na.pgm 1 0 0 0 1 0 0 0 1 0 0 0 PINHOLE 64 64 60 60 32.5 32.5\n"
+                        "b.pgm 1 0 0 0 1 0 0 0 1 -1 0 0 SIMPLE_RADIAL 64 64 60 32.5 32.5 0\n";
+  const std::string C = "# cameras\n1 PINHOLE 64 64 60 60 32.5 32.5\n2 RADIAL 64 64 60 32.5 32.5 0 0\n";
+  const std::string I = "5 1 0 0 0 0 0 0 1 a.pgm\n\n6 1 0 0 0 -1 0 0 2 b.pgm\n10 20 -1\n";
+  const std::string png = boas().at("c1.png");
+  const auto troque = [](std::string t, const std::string& de, const std::string& para) {
+    return t.replace(t.find(de), de.size(), para);
+  };
+  // The file varied, its text, and where the message must point. Numbers
+  // count from each file's first: a list's two turns, K0, K1, then T; a
+  // view's R, t, size and parameters; an image's id, q, t and camera.
+  const struct {
+    std::string arquivo, texto, esperado;
+  } hostis[] = {
+      {"lista.txt", troca(L, {{5, "abc"}}), "lista.txt:1"},
+      {"lista.txt", troca(L, {{20, "nan"}}), "lista.txt:1"},
+      {"lista.txt", troca(L, {{33, "-inf"}}), "lista.txt:1"},
+      {"lista.txt", troca(L, {{35, ""}}), "lista.txt:1"},
+      {"lista.txt", troca(L, {{21, "0.5"}}), "lista.txt:1"},
+      {"lista.txt", troca(L, {{0, "4"}}), "lista.txt:1"},
+      {"lista.txt", troca(L, {{0, "1"}, {3, "2"}}), "lista.txt:1"},
+      {"lista.txt", "../" + L, "lista.txt:1"},
+      {"lista.txt", "", "nenhum par em lista.txt"},
+      {"lista.txt", png, "lista.txt:1"},
+      {"cena/views.txt", troca(V, {{9, "x"}}), "cena/views.txt:2"},
+      {"cena/views.txt", troca(V, {{0, "nan"}}), "cena/views.txt:2"},
+      {"cena/views.txt", troca(V, {{29, "inf"}}), "cena/views.txt:3"},
+      {"cena/views.txt", troca(V, {{35, ""}}), "cena/views.txt:3"},
+      {"cena/views.txt", troca(V, {{4, "2"}}), "cena/views.txt:2"},
+      {"cena/views.txt", troque(V, "PINHOLE", "OPENCV"), "cena/views.txt:2"},
+      {"cena/views.txt", troca(V, {{35, "0.1"}}), "cena/views.txt:3"},
+      {"cena/views.txt", V + "a.pgm 1 0 0 0 1 0 0 0 1 0 0 0 PINHOLE 64 64 60 60 32.5 32.5\n", "cena/views.txt:4"},
+      {"cena/views.txt", troca(V, {{12, "2147483648"}}), "cena/views.txt:2"},
+      {"cena/views.txt", "", "cena/pairs.txt:1"},
+      {"cena/views.txt", png, "cena/views.txt:1"},
+      {"cena/views.txt", troque(V, "a.pgm", "../a.pgm"), "cena/views.txt:2"},
+      {"cena/views.txt", troque(V, "a.pgm", std::string("a\0.pgm", 6)), "cena/views.txt:2"},
+      {"cena/views.txt", troca(V, {{9, "1e308"}, {27, "-1e308"}}), "cena/pairs.txt:1"},
+      {"cena/pairs.txt", "a.pgm c.pgm\n", "cena/pairs.txt:1"},
+      {"cena/pairs.txt", "a.pgm\n", "cena/pairs.txt:1"},
+      {"col/images.txt", troca(I, {{1, "0"}}), "col/images.txt:1"},
+      {"col/images.txt", troca(I, {{10, "0.5"}}), "col/images.txt:3"},
+      {"col/images.txt", troca(I, {{8, "9"}}), "col/images.txt:1"},
+      {"col/images.txt", troca(I, {{9, "5"}}), "col/images.txt:3"},
+      {"col/images.txt", troque(I, "b.pgm", "a.pgm"), "col/images.txt:3"},
+      {"col/images.txt", troca(I, {{5, "nan"}}), "col/images.txt:1"},
+      {"col/images.txt", troca(I, {{16, ""}}), "col/images.txt:3"},
+      {"col/images.txt", troque(I, "a.pgm", "x/../../a.pgm"), "col/images.txt:1"},
+      {"col/images.txt", "", "col/pairs.txt:2"},
+      {"col/cameras.txt", troque(C, "RADIAL", "RADIAL_FISHEYE"), "col/cameras.txt:3"},
+      {"col/cameras.txt", troca(C, {{14, "-0.01"}}), "col/cameras.txt:3"},
+      {"col/cameras.txt", troca(C, {{7, "1"}}), "col/cameras.txt:3"},
+      {"col/cameras.txt", troca(C, {{0, "um"}}), "col/cameras.txt:2"},
+      {"col/cameras.txt", troca(C, {{1, "2147483648"}}), "col/cameras.txt:2"},
+      {"col/cameras.txt", "", "col/images.txt:1"},
+      {"col/cameras.txt", png, "col/cameras.txt:1"},
+  };
+  std::map<std::string, Caso> bases;
+  for (const auto& [dataset, imagens] :
+       {std::pair{"lista.txt", ""}, {"cena", "cena/images/"}, {"col", "col/images/"}}) {
+    Caso& c = bases[dataset];
+    c.args = {"varre", dataset, "saida", "det=sift"};
+    c.saidas = {"saida"};
+    for (const char* nome : {"a.pgm", "b.pgm"}) c.arquivos[imagens + std::string(nome)] = boas().at(nome);
+  }
+  for (const auto& [nome, texto] : std::map<std::string, std::string>{
+           {"lista.txt", L}, {"cena/views.txt", V}, {"cena/pairs.txt", "a.pgm b.pgm\n"}, {"col/cameras.txt", C},
+           {"col/images.txt", I}, {"col/pairs.txt", "# pares\na.pgm b.pgm\n"}})
+    bases[nome.substr(0, nome.find('/'))].arquivos[nome] = texto;
+  // The good datasets work.
+  for (const auto& [dataset, base] : bases) {
+    teste::PastaTemp pasta;
+    for (const auto& [nome, conteudo] : base.arquivos) {
+      std::filesystem::create_directories(std::filesystem::path(pasta / nome).parent_path());
+      teste::escreveTexto(pasta / nome, *conteudo);
+    }
+    const teste::Execucao bem = teste::roda(base.args, pasta.caminho());
+    EXPECT_EQ(bem.status, 0) << dataset << ": " << bem.err;
+  }
+  std::vector<Caso> casos;
+  for (const auto& h : hostis) {
+    casos.push_back(bases.at(h.arquivo.substr(0, h.arquivo.find('/'))));
+    casos.back().nome = h.arquivo + "_" + std::to_string(casos.size());
+    casos.back().arquivos[h.arquivo] = h.texto;
+    casos.back().esperado = h.esperado;
+  }
+  for (const auto& [palavra, esperado] : {std::pair{"superficie=plana", "plana"}, {"cor=3", "cor"}}) {
+    casos.push_back(caso({"sintpose", "@a.pgm", ">sp/", palavra}, esperado));
+    casos.back().esperado = esperado;
+  }
   for (const std::string& f : executaTodos(casos)) ADD_FAILURE() << f;
 }
 

@@ -1,6 +1,7 @@
 // The posed-dataset readers on small files in each of the three layouts.
 #include "datasets/posados.hpp"
 #include "formats/profundidade.hpp"
+#include "support/limites.hpp"
 #include "tests/common/erros.hpp"
 #include "tests/common/pasta_temp.hpp"
 
@@ -150,11 +151,13 @@ struct Hostil {
   std::string texto;
   std::string mensagem;  // "" when it names no line
   int linha;
+  const char* citado = nullptr;  // the file the message names, when not `arquivo`
 };
 
 TEST(Posados, ArquivosHostis) {
   const std::string K = " 500 0 320 0 510 240 0 0 1", I = " 1 0 0 0 0 1 0 0 0 0 1 0 0 0 0 1";
   const std::string v = "a.png 1 0 0 0 1 0 0 0 1 0 0 0 PINHOLE 640 480 500 510 320 240\n";
+  const std::string S = " 500 1.5 320 0 510 240 0 0 1", q = " 1 0 0 0 0 0 0 ", elf("\x7f" "ELF\x02\x01\x01\0\0\0", 10);
   const Hostil casos[] = {
       {kSuperGlue, "lista.txt", "a.png b.png 0 0" + K + K + " 1 0 0\n", "esperados 38 campos, lidos 25", 1},
       {kSuperGlue, "lista.txt", "\na.png b.png 0 0 nan" + K.substr(4) + K + I + "\n", "numero invalido nan", 2},
@@ -164,6 +167,15 @@ TEST(Posados, ArquivosHostis) {
       {kSuperGlue, "lista.txt", "a.png b.png 0 0" + K + K + " -1" + I.substr(2) + "\n", "matriz de rotacao invalida", 1},
       {kSuperGlue, "lista.txt", "a.png b.png 0 0" + K + K + I.substr(0, 24) + " 0 0 1 1\n", "T_0to1 sem ultima linha 0 0 0 1", 1},
       {kSuperGlue, "lista.txt", "\n\n", "", 0},
+      {kSuperGlue, "lista.txt", "", "", 0},
+      {kSuperGlue, "lista.txt", elf + "\n", "esperados 38 campos, lidos 1", 1},
+      // A turn moves the skew below K's diagonal; unturned it is harmless.
+      {kSuperGlue, "lista.txt", "a.png b.png 0 0" + S + S + I + "\nb.png a.png 0 2" + K + S + I + "\n",
+       "K inclinada (skew != 0) numa imagem girada", 2},
+      {kSuperGlue, "lista.txt", "../a.png b.png 0 0" + K + K + I + "\n", "nome de imagem fora da pasta ../a.png", 1},
+      {kSuperGlue, "lista.txt", "a.png /b.png 0 0" + K + K + I + "\n", "nome de imagem fora da pasta /b.png", 1},
+      {kSuperGlue, "lista.txt", std::string("a\0.png b.png 0 0", 17) + K + K + I + "\n", "byte nulo num nome de imagem",
+       1},
       {kGlue, "views.txt", v + v, "nome repetido a.png", 2},
       {kGlue, "views.txt", v.substr(0, v.size() - 1) + " 3\n", "campos a mais", 1},
       {kGlue, "views.txt", "a.png 1 0 0 0 1 0 0 0 1 0 0 0 OPENCV 640 480 500 510 320 240 0 0 0 0\n",
@@ -174,9 +186,24 @@ TEST(Posados, ArquivosHostis) {
        "inteiro invalido 1000000000", 1},
       {kGlue, "views.txt", "a.png 1 0 0 0 1 0 0 0 1 0 0 0 PINHOLE 640 480 500\n", "campos faltando", 1},
       {kGlue, "pairs.txt", "a.png c.png\n", "imagem desconhecida c.png", 1},
+      {kGlue, "views.txt", "", "imagem desconhecida a.png", 1, "pairs.txt"},
+      {kGlue, "views.txt", elf, "byte nulo num nome de imagem", 1},
+      {kGlue, "views.txt", "a.png 1 0 0 0 1 0 0 0 1 0 inf 0 PINHOLE 640 480 5 5 3 3\n", "numero invalido inf", 1},
+      {kGlue, "views.txt", "s/../../a.png 1 0 0 0 1 0 0 0 1 0 0 0 PINHOLE 640 480 5 5 3 3\n",
+       "nome de imagem fora da pasta s/../../a.png", 1},
+      // Each translation finite, their difference not.
+      {kGlue, "views.txt",
+       "a.png 1 0 0 0 1 0 0 0 1 1e308 0 0 PINHOLE 640 480 5 5 3 3\n"
+       "b.png 1 0 0 0 1 0 0 0 1 -1e308 0 0 PINHOLE 640 480 5 5 3 3\n",
+       "translacao relativa nao finita", 1, "pairs.txt"},
       {kColmap, "cameras.txt", "1 PINHOLE 640 480 5 5 3 3\n1 PINHOLE 640 480 5 5 3 3\n", "camera repetida 1", 2},
       {kColmap, "images.txt", "5 1 0 0 0 0 0 0 7 a.png\n\n", "camera desconhecida 7", 1},
       {kColmap, "images.txt", "5 1 0.1 0 0 0 0 0 1 a.png\n\n", "quaternio nao unitario", 1},
+      {kColmap, "images.txt", "5 0 0 0 0 0 0 0 1 a.png\n\n", "quaternio nao unitario", 1},
+      {kColmap, "images.txt", "5 1 0 0 0 0 0 0 1 a.png\n\n6 1 0 0 0 0 0 1 b.png\n", "esperados 10 campos, lidos 9", 3},
+      {kColmap, "images.txt", "5" + q + "1 a.png\n\n6" + q + "2 ..\n", "nome de imagem fora da pasta ..", 3},
+      {kColmap, "cameras.txt", "", "camera desconhecida 1", 2, "images.txt"},
+      {kColmap, "cameras.txt", "1 SIMPLE_RADIAL 640 480 5 3 3 -0.02\n", "distorcao radial nao suportada (k != 0)", 1},
       {kColmap, "images.txt", "5 1 0 0 0 0 0 0 1 a.png\n\n5 1 0 0 0 0 0 0 1 b.png\n\n", "imagem repetida 5", 3},
       {kColmap, "images.txt", "5 1 0 0 0 0 0 0 1 a.png\n1 2 3\n6 1 0 0 0 0 0 0 1 a.png\n\n", "nome repetido a.png", 3},
   };
@@ -185,10 +212,24 @@ TEST(Posados, ArquivosHostis) {
     teste::PastaTemp p;
     const std::string caminho = escreve(p, c.layout);
     teste::escreveTexto(p / c.arquivo, c.texto);
-    const std::string onde = c.mensagem.empty() ? "Erro: nenhum par em " + caminho
-                                                : "Erro: " + c.mensagem + " em " + p / c.arquivo + ":" +
-                                                      std::to_string(c.linha);
+    const std::string citado = p / (c.citado ? c.citado : c.arquivo);
+    const std::string onde = c.mensagem.empty()
+                                 ? "Erro: nenhum par em " + caminho
+                                 : "Erro: " + c.mensagem + " em " + citado + ":" + std::to_string(c.linha);
     EXPECT_EQ(teste::mensagemDe([&] { datasets::leDatasetPosado(caminho); }), onde);
+  }
+}
+
+// Names that only look like they leave the image folder are names like any other.
+TEST(Posados, NomesDentroDaPasta) {
+  teste::PastaTemp p;
+  escreve(p, kSuperGlue);
+  const std::string texto = teste::leTexto(p / "lista.txt");
+  for (const std::string nome : {"..a.png", "a../b..png", "./s/.../c.png", "s/..png"}) {
+    teste::escreveTexto(p / "lista.txt", nome + texto.substr(texto.find(' ')));
+    const datasets::ParPosado par = datasets::leDatasetPosado(p / "lista.txt")[0];
+    EXPECT_EQ(par.nome0, nome);
+    EXPECT_EQ(par.imagem0, p / nome);
   }
 }
 
@@ -201,6 +242,11 @@ TEST(Posados, TextoGrandeDemaisENenhumLayout) {
   EXPECT_EQ(teste::mensagemDe([&] { datasets::leDatasetPosado(p.caminho()); }),
             "Erro: texto de " + p / "pairs.txt" + " passa do limite de 1 MB (QUIVELAR_MAX_STORE_MB muda o limite)");
   ::unsetenv("QUIVELAR_MAX_STORE_MB");
+  // 2 GB under the default limit, sparse: reading it would take that much memory.
+  std::filesystem::resize_file(p / "pairs.txt", int64_t(2) << 30);
+  EXPECT_EQ(teste::mensagemDe([&] { datasets::leDatasetPosado(p.caminho()); }),
+            "Erro: texto de " + p / "pairs.txt" + " passa do limite de " + std::to_string(tvm::kStoreMbPadrao) +
+                " MB (QUIVELAR_MAX_STORE_MB muda o limite)");
   std::filesystem::remove(p / "views.txt");
   EXPECT_EQ(teste::mensagemDe([&] { datasets::leDatasetPosado(p.caminho()); }),
             "Erro: nenhum dataset posado (lista de pares, views.txt ou cameras.txt e images.txt) em " + p.caminho());
