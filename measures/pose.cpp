@@ -35,7 +35,9 @@ std::optional<PoseEstimada> estimaPose(const std::vector<cv::Point2d>& p0, const
     n1[i] = normaliza(K1, p1[i]);
   }
   const double f = (K0(0, 0) + K1(1, 1) + K0(0, 0) + K1(1, 1)) / 4;
-  const cv::Mat I = cv::Mat::eye(3, 3, CV_64F);
+  // Not cv::Mat::eye: its expression goes through a singleton OpenCV makes
+  // lazily, which ThreadSanitizer sees raced by the sweep's workers.
+  const cv::Mat I(cv::Matx33d::eye());
   cv::Mat mascara;
   const cv::Mat E = cv::findEssentialMat(n0, n1, I, op.metodo == MetodoPose::magsac ? cv::USAC_MAGSAC : cv::RANSAC,
                                          0.99999, op.limiar / f, 1000, mascara);
