@@ -2,11 +2,18 @@
 
 #include <cctype>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cerrno>
 #include <limits>
 
 namespace tvm {
+
+std::string formataNumero(const char* formato, double value) {
+  char s[64];
+  std::snprintf(s, sizeof s, formato, value);
+  return s;
+}
 
 std::string textoDeNumero(double value) {
   char texto[32];

@@ -23,6 +23,8 @@ bool textoParaDouble(const std::string& text, double& value);
 
 // A number for a message: %g, six significant digits ("1e+10", "0.2").
 std::string textoDeNumero(double value);
+// A number in a table's printf format ("%.6f", "%.9g").
+std::string formataNumero(const char* formato, double value);
 
 // Next number of an open text file. Blank space is skipped, and so is every
 // line whose first non-blank characters are "//". Returns false at the end of

@@ -10,8 +10,10 @@
 #include "support/erro.hpp"
 #include "support/decodifica.hpp"
 #include "support/imagem.hpp"
+#include "support/numeros.hpp"
 #include "support/processo.hpp"
 #include "sweep/fatias.hpp"
+#include "sweep/linha.hpp"
 #include "sweep/progresso.hpp"
 #include "sweep/tarefas.hpp"
 
@@ -41,12 +43,6 @@ namespace {
 using Relogio = std::chrono::steady_clock;
 
 double segundosDesde(Relogio::time_point t0) { return std::chrono::duration<double>(Relogio::now() - t0).count(); }
-
-std::string numero(const char* formato, double v) {
-  char s[64];
-  std::snprintf(s, sizeof s, formato, v);
-  return s;
-}
 
 // Runs f; the message of the failure that stopped it, empty when it ran.
 template <typename F>
@@ -224,121 +220,6 @@ void desenha(const Plano& p, const datasets::Sequencia& s, int j, const Detector
   saida.confirma();
 }
 
-// A row's measures from `correct` on, and what its drawing and curve need.
-struct MedidasDaLinha {
-  std::string colunas;
-  std::vector<std::string> poses;  // per threshold: threshold,pose_error,rotation_error,translation_error,inliers
-  std::vector<bool> certos;
-  std::vector<double> erros;  // per match, the larger the worse
-  bool comCurva = false;      // certos rank a list (not D2-Net's protocol alone)
-};
-
-std::string nas(int n) {
-  std::string r;
-  for (int i = 0; i < n; ++i) r += i ? ",NA" : "NA";
-  return r;
-}
-
-// The pose columns of resultados.csv after the homography's: NA on planar pairs.
-constexpr int kColunasPose = 7;
-
-// A planar pair: KeyRep's and MatScore's measures through the homography.
-MedidasDaLinha medeHomografia(const Plano& p, const Descricao& a, const Descricao& b, const cv::Mat_<uchar>& ia,
-                              const cv::Mat_<uchar>& ib, const std::vector<cv::KeyPoint>& m1,
-                              const std::vector<cv::KeyPoint>& m2, const measures::Verdade& g) {
-  MedidasDaLinha r;
-  for (size_t i = 0; i < m1.size(); ++i) r.erros.push_back(measures::erroReprojecao(g.H, m1[i].pt, m2[i].pt));
-  measures::MedidasCasamento m;
-  if (p.medidas.soMMA) {
-    // D2-Net's protocol needs the reprojection errors alone; a match
-    // within 3 px is drawn as correct.
-    m.mma = measures::mma(r.erros);
-    for (double e : r.erros) m.certos.push_back(e <= 3);
-  } else {
-    measures::OpcoesCasamento oc;
-    oc.erro = p.medidas.erro / 100;
-    oc.comum = p.medidas.comum;
-    oc.ransac = p.medidas.ransac;
-    if (p.medidas.dist > 0) oc.dist = p.medidas.dist;
-    m = measures::medeCasamentos(a.keypoints, b.keypoints, m1, m2, g.H, g.Hinv, ia.size(), ib.size(), oc);
-    r.comCurva = true;
-  }
-  r.colunas = (p.medidas.soMMA ? std::string("NA") : std::to_string(m.corretos)) + "," +
-              evaluation::texto(m.matchingScore);
-  for (const measures::Medida& v : m.mma) r.colunas += "," + evaluation::texto(v);
-  r.colunas += "," + evaluation::texto(m.ap) + "," + evaluation::texto(m.erroHomografia);
-  for (int t : {1, 3, 5})
-    r.colunas +=
-        "," + (p.medidas.soMMA ? std::string("NA") : std::to_string(measures::homografiaCorreta(m.erroHomografia, t)));
-  r.colunas += "," + nas(kColunasPose);
-  r.certos = std::move(m.certos);
-  return r;
-}
-
-std::vector<cv::Point2d> pontos(const std::vector<cv::KeyPoint>& k) {
-  std::vector<cv::Point2d> r;
-  r.reserve(k.size());
-  for (const cv::KeyPoint& x : k) r.emplace_back(x.pt.x, x.pt.y);
-  return r;
-}
-
-// A posed pair: the relative pose at each threshold asked, the epipolar
-// precision and, with depth, the matches' errors through it (MatPose's
-// measures; SuperGlue's drawing colours by the epipolar distance where
-// there is no depth, and so do we).
-MedidasDaLinha medeCameras(const Plano& p, const Descricao& a, const Descricao& b, const cv::Mat_<uchar>& ia,
-                           const cv::Mat_<uchar>& ib,
-                           const std::vector<cv::KeyPoint>& m1, const std::vector<cv::KeyPoint>& m2,
-                           const measures::Cameras& c) {
-  MedidasDaLinha r;
-  const std::vector<cv::Point2d> p0 = pontos(m1), p1 = pontos(m2);
-  if (!c.profundidade0.empty()) {
-    const measures::MedidasProfundidade d = measures::medeProfundidade(p0, p1, c, p.medidas.pxProfundidade);
-    // The keypoints each image's depth carries onto the other, as the
-    // homography's common part; image 1's all when it has no depth.
-    const int n1 = measures::visiveisPelaProfundidade(c.profundidade0, c.K0, c.R, c.t, c.K1, ib.size(),
-                                                      pontos(a.keypoints));
-    const int n2 = c.profundidade1.empty()
-                       ? static_cast<int>(b.keypoints.size())
-                       : measures::visiveisPelaProfundidade(c.profundidade1, c.K1, c.R.t(), -(c.R.t() * c.t), c.K0,
-                                                            ia.size(), pontos(b.keypoints));
-    r.colunas = std::to_string(d.corretos) + "," + evaluation::texto(measures::matchingScore(d.corretos, n1, n2));
-    for (const measures::Medida& v : d.mma) r.colunas += "," + evaluation::texto(v);
-    for (const measures::Medida& e : d.erros) {
-      r.erros.push_back(e ? *e : 0);
-      r.certos.push_back(e && *e <= p.medidas.pxProfundidade);
-    }
-  } else {
-    r.colunas = nas(12);
-    for (double e : measures::distanciasEpipolares(p0, p1, c)) {
-      r.erros.push_back(std::isnan(e) ? 0 : e);
-      r.certos.push_back(e < 5e-4);
-    }
-  }
-  r.comCurva = !p.medidas.soMMA;
-  r.colunas += "," + nas(5);  // ap and the homography's
-  if (p.medidas.soMMA) {
-    r.colunas += "," + nas(kColunasPose);
-    return r;
-  }
-  for (double limiar : p.medidas.limiaresPose) {
-    measures::OpcoesPose op;
-    op.limiar = limiar;
-    op.metodo = p.medidas.metodoPose;
-    const std::optional<measures::PoseEstimada> e = measures::estimaPose(p0, p1, c.K0, c.K1, op);
-    std::string colunas = "NA,NA,NA,0";
-    if (e) {
-      const measures::ErroPose erro = measures::erroPose(e->R, e->t, c.R, c.t);
-      colunas = numero("%.6f", erro.pose()) + "," + numero("%.6f", erro.rotacao) + "," +
-                numero("%.6f", erro.translacao) + "," + std::to_string(e->nInliers);
-    }
-    r.poses.push_back(numero("%.9g", limiar) + "," + colunas);
-  }
-  r.colunas += "," + r.poses.front().substr(r.poses.front().find(',') + 1);
-  for (const measures::Medida& v : measures::precisaoEpipolar(p0, p1, c)) r.colunas += "," + evaluation::texto(v);
-  return r;
-}
-
 void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int j, const Detector& det, const Descritor& des,
           const Descricao& a, const Descricao& b, const cv::Mat_<uchar>& ia, const cv::Mat_<uchar>& ib,
           const measures::Verdade& g, const Repeticao& rep, bool comCurva) {
@@ -391,12 +272,9 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int j, const 
       m1.push_back(a.keypoints[m.queryIdx]);
       m2.push_back(b.keypoints[m.trainIdx]);
     }
-    // The pair's ground truth decides which measures it has.
     MedidasDaLinha m;
-    falha = capturaFalha([&] {
-      m = g.tipo == measures::TipoVerdade::homografia ? medeHomografia(p, a, b, ia, ib, m1, m2, g)
-                                                      : medeCameras(p, a, b, ia, ib, m1, m2, g.cameras);
-    });
+    falha = capturaFalha(
+        [&] { m = medeLinha(p.medidas, a.keypoints, b.keypoints, ia.size(), ib.size(), m1, m2, g); });
     if (!falha.empty()) {
       linhaFalha(o, s, j, det, des, cas, falha);
       continue;
@@ -412,14 +290,14 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int j, const 
     if (comCurva && m.comCurva) {
       const std::vector<measures::PontoRP> curva = measures::curvaRecallPrecisao(m.certos);
       for (size_t i = 0; i < curva.size(); ++i)
-        o.curvas += c + "," + std::to_string(i + 1) + "," + numero("%.9g", curva[i].umMenosPrecisao) + "," +
-                    (curva[i].recall < 0 ? std::string("NA") : numero("%.9g", curva[i].recall)) + "\n";
+        o.curvas += c + "," + std::to_string(i + 1) + "," + tvm::formataNumero("%.9g", curva[i].umMenosPrecisao) + "," +
+                    (curva[i].recall < 0 ? std::string("NA") : tvm::formataNumero("%.9g", curva[i].recall)) + "\n";
     }
     const double segundosMedida = segundosDesde(t0) + (primeiraLinha ? rep.segundos : 0.0);
     primeiraLinha = false;
-    o.tempos += c + "," + numero("%.4f", a.segundosDetecao + b.segundosDetecao) + "," +
-                numero("%.4f", a.segundosDescricao + b.segundosDescricao) + "," + numero("%.4f", segundosCasamento) +
-                "," + numero("%.4f", segundosMedida) + "\n";
+    o.tempos += c + "," + tvm::formataNumero("%.4f", a.segundosDetecao + b.segundosDetecao) + "," +
+                tvm::formataNumero("%.4f", a.segundosDescricao + b.segundosDescricao) + "," + tvm::formataNumero("%.4f", segundosCasamento) +
+                "," + tvm::formataNumero("%.4f", segundosMedida) + "\n";
   }
 }
 
@@ -804,23 +682,23 @@ std::vector<Unidade> unidades(const Plano& p) {
 std::string arquivoUnidade(const Plano& p, const Unidade& u) {
   const datasets::Sequencia& s = p.sequencias[u.sequencia];
   std::string opcoes = "det " + p.opcoesDetectores[u.detector] + "|des " + p.opcoesDescritores[u.descritor] + "|mat " +
-                       p.opcoesCasadores + "|med " + numero("%.17g", p.medidas.erro) + " " +
+                       p.opcoesCasadores + "|med " + tvm::formataNumero("%.17g", p.medidas.erro) + " " +
                        (p.medidas.comum == measures::ParteComum::ambas ? "ambas" : "opencv") + " " +
-                       numero("%.17g", p.medidas.px) + " " + numero("%.17g", p.medidas.ransac) + " " +
-                       numero("%.17g", p.medidas.dist) + (p.medidas.soMMA ? " mma" : "");
+                       tvm::formataNumero("%.17g", p.medidas.px) + " " + tvm::formataNumero("%.17g", p.medidas.ransac) + " " +
+                       tvm::formataNumero("%.17g", p.medidas.dist) + (p.medidas.soMMA ? " mma" : "");
   // Planar sequences sign the view of 1-k, as they always have.
   if (s.nome == p.curvaSequencia)
     opcoes += "|curva " + std::to_string(s.tipo == datasets::Tipo::posada ? p.curvaPar + 1 : p.curvaPar + 2);
   if (s.tipo == datasets::Tipo::posada) {
     opcoes += std::string("|pose ") + (p.medidas.metodoPose == measures::MetodoPose::ransac ? "ransac" : "magsac");
-    for (double l : p.medidas.limiaresPose) opcoes += " " + numero("%.17g", l);
-    opcoes += " " + numero("%.17g", p.medidas.pxProfundidade);
+    for (double l : p.medidas.limiaresPose) opcoes += " " + tvm::formataNumero("%.17g", l);
+    opcoes += " " + tvm::formataNumero("%.17g", p.medidas.pxProfundidade);
     // The ground truth itself: changed cameras or depth make the unit anew.
     for (const datasets::ParDaSequencia& par : s.pares) {
       const measures::Cameras& c = par.posado->cameras;
       for (const cv::Matx33d* m : {&c.K0, &c.K1, &c.R})
-        for (double v : m->val) opcoes += " " + numero("%.17g", v);
-      for (double v : c.t.val) opcoes += " " + numero("%.17g", v);
+        for (double v : m->val) opcoes += " " + tvm::formataNumero("%.17g", v);
+      for (double v : c.t.val) opcoes += " " + tvm::formataNumero("%.17g", v);
       opcoes += " " + std::to_string(par.posado->giro0) + std::to_string(par.posado->giro1);
       for (const std::string* d : {&par.posado->profundidade0, &par.posado->profundidade1})
         if (!d->empty()) opcoes += "|" + *d + " " + tvm::marcaDoArquivo(*d);
@@ -847,7 +725,7 @@ std::string arquivoUnidade(const Plano& p, const Unidade& u) {
   for (const Casador& cas : p.casadores)
     if (algoritmos::casadorServe(cas, det))
       for (const std::string& a : cas.arquivos) opcoes += "|" + a + " " + tvm::marcaDoArquivo(a);
-  if (algoritmos::ehFonte(det.nome)) opcoes += "|fontes " + numero("%.9g", p.fontes.tamanho) + " " +
+  if (algoritmos::ehFonte(det.nome)) opcoes += "|fontes " + tvm::formataNumero("%.9g", p.fontes.tamanho) + " " +
                                                std::to_string(p.fontes.topk);
   // A source's name may hold a path's characters.
   std::string nomes = det.nome + "@" + p.descritores[u.descritor].nome;

@@ -1,16 +1,19 @@
-// The summaries of posed pairs, in-process: pose.csv against the pose
-// measures on the same errors, the terminal's summary, the cumulative
-// pose-error figure and the report of a folder with posed rows.
+// Posed pairs in the sweep, in-process: which columns a row fills by its
+// ground truth's kind; pose.csv against the pose measures on the same
+// errors, the terminal's summary, the cumulative pose-error figure and the
+// report of a folder with posed rows.
 #include "formats/csv.hpp"
 #include "measures/pose.hpp"
 #include "plots/graficos.hpp"
 #include "relatorio/relatorio.hpp"
+#include "sweep/linha.hpp"
 #include "sweep/resumo.hpp"
 #include "sweep/varre.hpp"
 #include "tests/common/erros.hpp"
 #include "tests/common/pasta_temp.hpp"
 
 #include <gtest/gtest.h>
+#include <opencv2/calib3d.hpp>
 #include <opencv2/imgcodecs.hpp>
 
 #include <algorithm>
@@ -313,6 +316,86 @@ TEST(RelatorioPose, AUCsDePoseCSVGraficoEDesenhoDoParPosado) {
     relatorio::escreve(p.p.caminho());
     EXPECT_TRUE(teste::leTexto(p.p / "relatorio.html") == pagina);
   }
+}
+
+// ------------------------------------------------------------ a row's kind
+
+// Match i of a scene z = 5 + x / 200 (pixels of image 0) seen by two 640 x
+// 480 cameras: integer pixels of image 0, so that the depth map gives each
+// its exact depth, projected into image 1.
+struct Cena {
+  measures::Cameras c;
+  std::vector<cv::KeyPoint> m1, m2;
+  Cena() {
+    c.K0 = c.K1 = cv::Matx33d(500, 0, 320, 0, 500, 240, 0, 0, 1);
+    cv::Rodrigues(cv::Vec3d(0.02, -0.05, 0.01), c.R);
+    c.t = cv::Vec3d(0.4, 0.05, 0.1);
+    c.profundidade0.create(480, 640);
+    for (int y = 0; y < 480; ++y)
+      for (int x = 0; x < 640; ++x) c.profundidade0(y, x) = static_cast<float>(5 + x / 200.0);
+    for (int y = 20; y < 460; y += 40)
+      for (int x = 20; x < 560; x += 45) {
+        const double z = c.profundidade0(y, x);
+        const cv::Vec3d X = c.R * cv::Vec3d(z * (x - 320) / 500, z * (y - 240) / 500, z) + c.t;
+        m1.emplace_back(cv::Point2f(x, y), 8.f);
+        m2.emplace_back(cv::Point2f(500 * X[0] / X[2] + 320, 500 * X[1] / X[2] + 240), 8.f);
+      }
+  }
+};
+
+std::vector<std::string> campos(const std::string& linha) {
+  std::vector<std::string> r;
+  std::istringstream in(linha);
+  for (std::string c; std::getline(in, c, ',');) r.push_back(c);
+  return r;
+}
+
+// Columns from `correct` on: 0 correct, 1 matching_score, 2..11 mma@1..10,
+// 12 ap, 13..16 the homography's, 17..20 the pose's, 21..23 epipolar.
+TEST(MedidasDaLinha, OTipoDaVerdadeDecideAsColunas) {
+  const Cena cena;
+  const cv::Size tamanho(640, 480);
+  const auto na = [](const std::vector<std::string>& c, int de, int ate) {
+    for (int i = de; i <= ate; ++i)
+      if (c.at(i) != "NA") return false;
+    return true;
+  };
+  sweep::OpcoesMedidas op;
+  op.limiaresPose = {1, 2};
+
+  measures::Verdade plana;  // the identity: every match of a list to itself is right
+  const std::vector<std::string> h =
+      campos(sweep::medeLinha(op, cena.m1, cena.m1, tamanho, tamanho, cena.m1, cena.m1, plana).colunas);
+  ASSERT_EQ(h.size(), 24u);
+  EXPECT_EQ(h[2], "1.000000");
+  EXPECT_EQ(h[15], "1");  // homography@3
+  EXPECT_TRUE(na(h, 17, 23));
+
+  measures::Verdade posada;
+  posada.tipo = measures::TipoVerdade::cameras;
+  posada.cameras = cena.c;
+  const sweep::MedidasDaLinha d = sweep::medeLinha(op, cena.m1, cena.m2, tamanho, tamanho, cena.m1, cena.m2, posada);
+  const std::vector<std::string> p = campos(d.colunas);
+  ASSERT_EQ(p.size(), 24u);
+  EXPECT_EQ(p[0], std::to_string(cena.m1.size()));  // all within 3 px through depth
+  EXPECT_EQ(p[2], "1.000000");
+  EXPECT_TRUE(na(p, 12, 16));
+  EXPECT_LT(std::stod(p[17]), 0.01);  // exact matches up to the keypoints' floats
+  EXPECT_EQ(p[21], "1.000000");
+  ASSERT_EQ(d.poses.size(), 2u);
+  EXPECT_EQ(d.poses[0].substr(0, 2), "1,");
+  EXPECT_EQ(d.poses[1].substr(0, 2), "2,");
+  EXPECT_EQ(d.poses[0].substr(2), p[17] + "," + p[18] + "," + p[19] + "," + p[20]);
+
+  posada.cameras.profundidade0.release();  // without depth: no MMA, the pose all the same
+  const std::vector<std::string> s =
+      campos(sweep::medeLinha(op, cena.m1, cena.m2, tamanho, tamanho, cena.m1, cena.m2, posada).colunas);
+  EXPECT_TRUE(na(s, 0, 16));
+  EXPECT_EQ(std::vector<std::string>(s.begin() + 17, s.end()), std::vector<std::string>(p.begin() + 17, p.end()));
+
+  op.soMMA = true;  // D2-Net's protocol: no pose
+  EXPECT_TRUE(na(campos(sweep::medeLinha(op, cena.m1, cena.m2, tamanho, tamanho, cena.m1, cena.m2, posada).colunas),
+                 0, 23));
 }
 
 }  // namespace
