@@ -180,7 +180,8 @@ std::vector<Sequencia> leDataset(const std::string& pasta, const std::vector<std
     for (const std::string& nome : entradas) {
       // Each scene's images are in its own images/ folder.
       if (ehCena(pasta + "/" + nome)) {
-        const std::vector<Sequencia> partes = sequenciaPosada(nome, pasta + "/" + nome, leDatasetPosado(pasta + "/" + nome));
+        const std::vector<Sequencia> partes =
+            sequenciaPosada(nome, pasta + "/" + nome, leDatasetPosado(pasta + "/" + nome));
         todas.insert(todas.end(), partes.begin(), partes.end());
       } else if (leSequencia(pasta + "/" + nome, s))
         todas.push_back(s);

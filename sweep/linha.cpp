@@ -124,8 +124,9 @@ MedidasDaLinha medeLinha(const OpcoesMedidas& op, const std::vector<cv::KeyPoint
                          const std::vector<cv::KeyPoint>& k2, cv::Size img1, cv::Size img2,
                          const std::vector<cv::KeyPoint>& m1, const std::vector<cv::KeyPoint>& m2,
                          const measures::Verdade& verdade) {
-  return verdade.tipo == measures::TipoVerdade::homografia ? medeHomografia(op, k1, k2, img1, img2, m1, m2, verdade)
-                                                           : medeCameras(op, k1, k2, img1, img2, m1, m2, verdade.cameras);
+  return verdade.tipo == measures::TipoVerdade::homografia
+             ? medeHomografia(op, k1, k2, img1, img2, m1, m2, verdade)
+             : medeCameras(op, k1, k2, img1, img2, m1, m2, verdade.cameras);
 }
 
 }  // namespace sweep

@@ -87,7 +87,8 @@ Plano lePlano(int argc, char** argv) {
       cass.clear();
       comMat = true;
       for (const std::string& nome : separaLista(valor))
-        (algoritmos::ehFonte(nome) ? casFontes : cass).push_back(algoritmos::ehFonte(nome) ? nome : tvm::minuscula(nome));
+        (algoritmos::ehFonte(nome) ? casFontes : cass)
+            .push_back(algoritmos::ehFonte(nome) ? nome : tvm::minuscula(nome));
     } else if (chave == "feat") {
       for (const std::string& f : separaLista(valor)) feats.push_back(f);
     } else if (chave == "ext") {

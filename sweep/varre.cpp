@@ -228,7 +228,8 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int j, const 
   int kIda = 0;
   bool volta = false;
   for (const Casador& cas : p.casadores)
-    if (cas.dasPasses && algoritmos::casadorServe(cas, det)) kIda = std::max(kIda, cas.kIda), volta = volta || cas.volta;
+    if (cas.dasPasses && algoritmos::casadorServe(cas, det))
+      kIda = std::max(kIda, cas.kIda), volta = volta || cas.volta;
   Passes passes;
   std::string falhaPasses;
   double segundosPasses = 0;
@@ -296,8 +297,8 @@ void mede(Saidas& o, const Plano& p, const datasets::Sequencia& s, int j, const 
     const double segundosMedida = segundosDesde(t0) + (primeiraLinha ? rep.segundos : 0.0);
     primeiraLinha = false;
     o.tempos += c + "," + tvm::formataNumero("%.4f", a.segundosDetecao + b.segundosDetecao) + "," +
-                tvm::formataNumero("%.4f", a.segundosDescricao + b.segundosDescricao) + "," + tvm::formataNumero("%.4f", segundosCasamento) +
-                "," + tvm::formataNumero("%.4f", segundosMedida) + "\n";
+                tvm::formataNumero("%.4f", a.segundosDescricao + b.segundosDescricao) + "," +
+                tvm::formataNumero("%.4f", segundosCasamento) + "," + tvm::formataNumero("%.4f", segundosMedida) + "\n";
   }
 }
 
@@ -495,7 +496,8 @@ class Grafo {
     std::vector<Tarefas::Id> lidas(n), verdades(np);
     for (int k = 0; k < n; ++k) lidas[k] = t_.adiciona([&ds, k, sq] { leImagem(ds, k, *sq); }, antes);
     for (int j = 0; j < np; ++j)
-      verdades[j] = t_.adiciona([&ds, j, sq] { preparaVerdade(ds, j, *sq); }, {lidas[ds.pares[j].a], lidas[ds.pares[j].b]});
+      verdades[j] =
+          t_.adiciona([&ds, j, sq] { preparaVerdade(ds, j, *sq); }, {lidas[ds.pares[j].a], lidas[ds.pares[j].b]});
 
     // Per detector, added just before its first unit so that units finish
     // in table order: every image detected, every pair's repeatability.
@@ -684,8 +686,8 @@ std::string arquivoUnidade(const Plano& p, const Unidade& u) {
   std::string opcoes = "det " + p.opcoesDetectores[u.detector] + "|des " + p.opcoesDescritores[u.descritor] + "|mat " +
                        p.opcoesCasadores + "|med " + tvm::formataNumero("%.17g", p.medidas.erro) + " " +
                        (p.medidas.comum == measures::ParteComum::ambas ? "ambas" : "opencv") + " " +
-                       tvm::formataNumero("%.17g", p.medidas.px) + " " + tvm::formataNumero("%.17g", p.medidas.ransac) + " " +
-                       tvm::formataNumero("%.17g", p.medidas.dist) + (p.medidas.soMMA ? " mma" : "");
+                       tvm::formataNumero("%.17g", p.medidas.px) + " " + tvm::formataNumero("%.17g", p.medidas.ransac) +
+                       " " + tvm::formataNumero("%.17g", p.medidas.dist) + (p.medidas.soMMA ? " mma" : "");
   // Planar sequences sign the view of 1-k, as they always have.
   if (s.nome == p.curvaSequencia)
     opcoes += "|curva " + std::to_string(s.tipo == datasets::Tipo::posada ? p.curvaPar + 1 : p.curvaPar + 2);

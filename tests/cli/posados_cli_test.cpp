@@ -72,7 +72,8 @@ TEST_F(VarrePosada, OsTresLayoutsDaoAsMesmasPoses) {
   for (const auto& l : glue.linhas) {
     EXPECT_EQ(l[glue.coluna("kind")], "posed");
     // The homography's measures do not apply; depth gives the MMA.
-    for (const char* c : {"repeatability", "ap", "homography_error", "homography@3"}) EXPECT_EQ(l[glue.coluna(c)], "NA") << c;
+    for (const char* c : {"repeatability", "ap", "homography_error", "homography@3"})
+      EXPECT_EQ(l[glue.coluna(c)], "NA") << c;
     for (const char* c : {"correct", "matching_score", "mma@3"}) EXPECT_NE(l[glue.coluna(c)], "NA") << c;
     // SIFT with the ratio test recovers the synthetic pose within a few degrees.
     EXPECT_LT(std::stod(l[glue.coluna("pose_error")]), 3.0);
@@ -117,8 +118,8 @@ TEST_F(VarrePosada, AAncoraConcordaParAPar) {
   for (int k = 1; k <= 2; ++k) {
     const std::string v = "v" + std::to_string(k);
     teste::rodaBem({"MatRatio", "v0.d.xml", v + ".d.xml", "m" + v + ".txt"}, p().caminho());
-    teste::Processo py({kPython, kFonte + "/bench/anchors/pose.py", "m" + v + ".txt", "conv/pose-" + std::to_string(k) + ".txt",
-                        "keys=v0.k.xml," + v + ".k.xml"},
+    teste::Processo py({kPython, kFonte + "/bench/anchors/pose.py", "m" + v + ".txt",
+                        "conv/pose-" + std::to_string(k) + ".txt", "keys=v0.k.xml," + v + ".k.xml"},
                        p().caminho());
     py.espera(120);
     const teste::Execucao e = py.fim();
