@@ -6,19 +6,10 @@
 #include "measures/casamento.hpp"
 #include "support/arquivos.hpp"
 #include "support/erro.hpp"
+#include "support/numeros.hpp"
 
 #include <cstdio>
 #include <optional>
-
-namespace {
-
-std::string numero(const char* formato, double v) {
-  char s[64];
-  std::snprintf(s, sizeof s, formato, v);
-  return s;
-}
-
-}  // namespace
 
 void MatScore(int argc, char** argv) {
   if (argc < 7)
@@ -82,16 +73,16 @@ void MatScore(int argc, char** argv) {
     const std::vector<measures::PontoRP> pontos = measures::curvaRecallPrecisao(certos);
     std::vector<std::string> linhas(n);
     for (size_t i = 0; i < n; ++i)
-      linhas[i] = std::to_string(i + 1) + "," + numero("%.9g", c.matches[i].distance) + "," +
-                  (certos[i] ? "1," : "0,") + numero("%.9g", pontos[i].umMenosPrecisao) + "," +
-                  (pontos[i].recall < 0 ? std::string("NA") : numero("%.9g", pontos[i].recall));
+      linhas[i] = std::to_string(i + 1) + "," + tvm::formataNumero("%.9g", c.matches[i].distance) + "," +
+                  (certos[i] ? "1," : "0,") + tvm::formataNumero("%.9g", pontos[i].umMenosPrecisao) + "," +
+                  (pontos[i].recall < 0 ? std::string("NA") : tvm::formataNumero("%.9g", pontos[i].recall));
     saidaCurva.emplace(curva);
     formats::escreveTexto(*saidaCurva, formats::tabelaCSV("rank,distance,correct,one_minus_precision,recall", linhas));
   }
   if (!op.csv.empty()) {
     std::string linha;
     for (int i = 1; i <= 6; ++i) linha += formats::campoCSV(argv[i]) + ",";
-    linha += porDistancia ? "dist=" + numero("%g", dist) : "erro=" + numero("%g", op.erro);
+    linha += porDistancia ? "dist=" + tvm::formataNumero("%g", dist) : "erro=" + tvm::formataNumero("%g", op.erro);
     linha += std::string(",") + (op.comum == measures::ParteComum::ambas ? "ambas" : "opencv");
     linha += "," + std::to_string(n) + "," + std::to_string(corretos) + "," + std::to_string(n1) + "," +
              std::to_string(n2) + "," + evaluation::texto(score);
