@@ -83,10 +83,8 @@ Fonte fonteExterna(const std::string& comando, const OpcoesFontes& o) {
     tvm::erro("Erro: ext= precisa de {imagem} e {saida}: ", comando);
   // Named by the program it runs: the first word that is not an interpreter.
   std::string programa;
-  for (size_t i = 0; i < comando.size();) {
-    const size_t fim = std::min(comando.find(' ', i), comando.size());
-    const std::string palavra = nomeDoArquivo(comando.substr(i, fim - i));
-    i = fim + 1;
+  for (const std::string& p : tvm::palavrasShell(comando)) {
+    const std::string palavra = nomeDoArquivo(p);
     if (palavra.empty() || palavra.rfind("python", 0) == 0 || palavra == "env" || palavra == "sh" ||
         palavra == "bash" || palavra.find('=') != std::string::npos)
       continue;

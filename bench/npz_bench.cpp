@@ -6,6 +6,7 @@
 // anchor writes them when they are missing. Items are rows; the file size is
 // a counter.
 #include "formats/npz.hpp"
+#include "support/processo.hpp"
 
 #include <benchmark/benchmark.h>
 
@@ -26,7 +27,7 @@ std::string pasta() {
 // The anchor sits beside data/ in the source tree.
 bool escreveArquivos() {
   const std::string ancora = std::string(QUIVELAR_DATA) + "/../bench/anchors/npz_load.py";
-  return std::system(("/usr/bin/python3 " + ancora + " --escreve " + pasta()).c_str()) == 0;
+  return std::system(("/usr/bin/python3 " + tvm::aspasShell(ancora) + " --escreve " + tvm::aspasShell(pasta())).c_str()) == 0;
 }
 
 void BM_LeNpz(benchmark::State& state) {

@@ -37,6 +37,41 @@ std::string aspasShell(const std::string& texto) {
   return r + "'";
 }
 
+std::vector<std::string> palavrasShell(const std::string& comando) {
+  std::vector<std::string> palavras;
+  std::string atual;
+  bool temPalavra = false;
+  for (size_t i = 0; i < comando.size(); ++i) {
+    const char c = comando[i];
+    if (c == ' ' || c == '\t' || c == '\n') {
+      if (temPalavra) palavras.push_back(atual);
+      atual.clear();
+      temPalavra = false;
+      continue;
+    }
+    temPalavra = true;
+    if (c == '\'') {
+      const size_t fim = comando.find('\'', i + 1);
+      atual += comando.substr(i + 1, fim == std::string::npos ? std::string::npos : fim - i - 1);
+      i = fim == std::string::npos ? comando.size() : fim;
+    } else if (c == '"') {
+      // Inside double quotes a backslash escapes only $ ` " \ and newline.
+      for (++i; i < comando.size() && comando[i] != '"'; ++i) {
+        if (comando[i] == '\\' && i + 1 < comando.size() &&
+            std::string("$`\"\\\n").find(comando[i + 1]) != std::string::npos)
+          ++i;
+        atual += comando[i];
+      }
+    } else if (c == '\\' && i + 1 < comando.size()) {
+      atual += comando[++i];
+    } else {
+      atual += c;
+    }
+  }
+  if (temPalavra) palavras.push_back(atual);
+  return palavras;
+}
+
 std::string marcaDoArquivo(const std::string& arquivo) {
   struct stat info {};
   if (::stat(arquivo.c_str(), &info) != 0) return "-";

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace tvm {
 
@@ -13,6 +14,11 @@ int executa(const std::string& comando, const std::string& arquivoErro);
 
 // `texto` quoted for /bin/sh: between single quotes, each quote inside as '\''.
 std::string aspasShell(const std::string& texto);
+
+// The words /bin/sh makes of `comando`, quotes and backslashes taken off:
+// 'a b' and "a b" are one word, a backslash escapes the next character. Expansions
+// ($, `, globs) are left as written; the words serve to name a command.
+std::vector<std::string> palavrasShell(const std::string& comando);
 
 // The size and modification time of a file as text ("-" when it is not
 // there): enough to tell that it changed.

@@ -5,6 +5,7 @@
 // give the same D2-Net MMA, equal to six decimals to a NumPy implementation
 // of the protocol (bench/anchors/d2net.py).
 #include "formats/csv.hpp"
+#include "support/processo.hpp"
 #include "tests/common/cli.hpp"
 #include "tests/common/pasta_temp.hpp"
 
@@ -75,7 +76,13 @@ class Externos : public ::testing::Test {
 teste::PastaTemp* Externos::pasta_ = nullptr;
 
 TEST_F(Externos, QuatroCaminhosDaoOMesmoMMAQueONumPy) {
-  const std::string comando = kPython + " " + kGera + " --uma {imagem} {saida}";
+  // The extractor sits in a folder whose name has a blank and a quote, as a
+  // user's model folder may: the sweep still runs it and names it.
+  const std::string pastaDoModelo = *pasta_ / "modelo d'ela";
+  std::filesystem::create_directory(pastaDoModelo);
+  std::filesystem::copy_file(kGera, pastaDoModelo + "/externos_gera.py");
+  const std::string comando = tvm::aspasShell(kPython) + " " + tvm::aspasShell(pastaDoModelo + "/externos_gera.py") +
+                              " --uma {imagem} {saida}";
   const teste::Execucao e = teste::roda({"Varre", "ds", "o", "feat=npz:sift-py,h5:feats.h5", "ext=" + comando,
                                          "mat=mutuo,h5:matches.h5", "graficos=0"},
                                         pasta_->caminho());

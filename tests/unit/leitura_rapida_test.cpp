@@ -4,6 +4,7 @@
 #include "formats/leitura_rapida.hpp"
 #include "formats/match_file.hpp"
 #include "formats/stores.hpp"
+#include "support/processo.hpp"
 #include "tests/common/mesmos_bits.hpp"
 #include "tests/common/pasta_temp.hpp"
 
@@ -302,7 +303,7 @@ TEST(StoreDoOpenCV, WrittenByPythonTakenWithTheSameBits) {
     GTEST_SKIP() << "sem python3-opencv em /usr/bin/python3";
   teste::PastaTemp pasta, script;
   teste::escreveTexto(script / "grava.py", kPython);
-  ASSERT_EQ(std::system(("/usr/bin/python3 " + script / "grava.py" + " " + pasta.caminho()).c_str()), 0);
+  ASSERT_EQ(std::system(("/usr/bin/python3 " + tvm::aspasShell(script / "grava.py") + " " + tvm::aspasShell(pasta.caminho())).c_str()), 0);
   const std::vector<std::string> arquivos = pasta.conteudo();
   ASSERT_EQ(arquivos.size(), 3u * 5 * 4);
   for (const std::string& nome : arquivos) {

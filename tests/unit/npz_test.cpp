@@ -1,6 +1,7 @@
 // The .npy/.npz readers on files NumPy itself wrote (Debian's /usr/bin/python3
 // has numpy), and on hostile files made with NumPy and Python's zipfile.
 #include "formats/npz.hpp"
+#include "support/processo.hpp"
 #include "tests/common/erros.hpp"
 #include "tests/common/pasta_temp.hpp"
 
@@ -34,7 +35,7 @@ np.savez_compressed(p + "/comprimido.npz", **todos)
 
 bool python(const std::string& programa, const teste::PastaTemp& pasta) {
   teste::escreveTexto(pasta / "grava.py", programa);
-  return std::system(("/usr/bin/python3 " + pasta / "grava.py" + " " + pasta.caminho()).c_str()) == 0;
+  return std::system(("/usr/bin/python3 " + tvm::aspasShell(pasta / "grava.py") + " " + tvm::aspasShell(pasta.caminho())).c_str()) == 0;
 }
 
 // Every dtype x order x shape x writer (np.save, np.savez,

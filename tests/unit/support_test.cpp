@@ -8,6 +8,7 @@
 #include "support/imagem.hpp"
 #include "support/limites.hpp"
 #include "support/numeros.hpp"
+#include "support/processo.hpp"
 #include "tests/common/erros.hpp"
 #include "tests/common/pasta_temp.hpp"
 #include "tests/common/sinteticas.hpp"
@@ -15,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <optional>
 
@@ -97,6 +99,36 @@ TEST(Argumentos, OptionListByTypeAndOrder) {
     EXPECT_EQ(teste::mensagemDe([&] { tvm::seekArgs(in, {{"a", lidoA}, {"b", lidoB}}); }), mensagem);
     EXPECT_EQ(std::tie(lidoA, lidoB), std::tie(a, b)) << mensagem;
   }
+}
+
+// The words of a command as /bin/sh itself makes them (it prints each one
+// NUL-terminated), and the quoting of aspasShell undone.
+TEST(Processo, ShellWordsAsTheShellMakesThem) {
+  const std::string comandos[] = {
+      "python3 /opt/modelos/extrai.py --uma {imagem} {saida}",
+      "'/usr/bin/python3' '/tmp/a b/extrai.py' {imagem}",
+      "\"/tmp/c d/x.py\" a\\ b 'it'\\''s' \"q\\\"uote\" \"a\\b\"",
+      "  env  OMP_NUM_THREADS=1\tpython3 x.py  ",
+      "a''b \"\" ''",
+      ""};
+  for (const std::string& comando : comandos) {
+    SCOPED_TRACE(comando);
+    FILE* sh = ::popen(("printf '%s\\0' " + comando).c_str(), "r");
+    ASSERT_NE(sh, nullptr);
+    std::vector<std::string> esperadas(1);
+    for (int c; (c = std::fgetc(sh)) != EOF;) {
+      if (c == 0) esperadas.emplace_back();
+      else esperadas.back().push_back(char(c));
+    }
+    ASSERT_EQ(::pclose(sh), 0);
+    esperadas.pop_back();
+    // printf with no word still prints its format once.
+    if (esperadas == std::vector<std::string>{""}) esperadas.clear();
+    EXPECT_EQ(tvm::palavrasShell(comando), esperadas);
+  }
+  const std::string palavra = "/tmp/a b/it's \"x\"\\.py";
+  EXPECT_EQ(tvm::palavrasShell("python3 " + tvm::aspasShell(palavra) + " {imagem}"),
+            (std::vector<std::string>{"python3", palavra, "{imagem}"}));
 }
 
 TEST(Numeros, TextAndFileNumbers) {
