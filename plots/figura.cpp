@@ -24,6 +24,61 @@ const int kPaleta[][3] = {{31, 119, 180}, {255, 127, 14},  {44, 160, 44},   {214
                           {140, 86, 75},  {227, 119, 194}, {127, 127, 127}, {188, 189, 34}, {23, 190, 207}};
 constexpr int kCores = sizeof(kPaleta) / sizeof(kPaleta[0]);
 constexpr int kLargura = 560, kAltura = 420, kLegenda = 260;  // pixels per panel, and for the legend
+constexpr int kAmostra = 40;                                  // pixels of a legend line's sample
+// Text height in millimetres of PLplot's page (72 pixels to the inch),
+// scaled by 0.75, and the legend's 0.8 of that. Left to PLplot, the height
+// grows with the page's width and height, so wide figures would get large
+// text; fixed, it is the same in every figure.
+constexpr PLFLT kLetra = 6.7, kEscala = 0.75, kEscalaLegenda = 0.8;
+// Tick lengths in millimetres, fixed for the same reason.
+constexpr PLFLT kTicoMaior = 5.7, kTicoMenor = 2.9;
+
+// PLplot's legend of `textos` in one column, inside the viewport at its top
+// left, `x` and the lines' samples `amostra` wide in its units; its height
+// and width in those units.
+void desenhaLegenda(const std::vector<std::string>& textos, PLFLT x, PLFLT amostra, PLFLT* h, PLFLT* w) {
+  const int m = static_cast<int>(textos.size());
+  std::vector<PLINT> opcoes(m, PL_LEGEND_LINE), cores(m), estilos(m), coresTexto(m, 1);
+  std::vector<PLFLT> larguras(m, 1.0);
+  std::vector<const char*> nomes(m);
+  for (int i = 0; i < m; ++i) {
+    cores[i] = 2 + i % kCores;
+    estilos[i] = 1 + (i / kCores) % 8;
+    nomes[i] = textos[i].c_str();
+  }
+  pllegend(w, h, PL_LEGEND_BACKGROUND | PL_LEGEND_BOUNDING_BOX, PL_POSITION_LEFT | PL_POSITION_TOP | PL_POSITION_INSIDE,
+           x, 0.0, amostra, 0, 1, 1, 0, 0, m, opcoes.data(), 0.8, kEscalaLegenda, 1.6, 0.0, coresTexto.data(),
+           nomes.data(), nullptr, nullptr, nullptr, nullptr, cores.data(), estilos.data(), larguras.data(), nullptr,
+           nullptr, nullptr, nullptr);
+}
+
+// The height of the panels' band at the top of the page, and where the
+// panels and the legend start and end in it, in pixels from the top.
+constexpr int kTopo = 92, kBase = 361;
+
+// The size in pixels of the legend of `textos` on a page `largura` by
+// `altura` whose panels take the first `paineis` pixels, as PLplot lays it
+// out on a page of the same device thrown away.
+std::pair<int, int> tamanhoDaLegenda(const std::vector<std::string>& textos, int paineis, int largura, int altura,
+                                     const char* dispositivo) {
+  PLINT antigo = 0, sonda = 0;
+  plgstrm(&antigo);
+  plmkstrm(&sonda);
+  plsdev(dispositivo);
+  plsfnam("/dev/null");
+  plspage(0, 0, largura, altura, 0, 0);
+  plinit();
+  pladv(0);
+  plschr(kLetra, kEscala);
+  const double x0 = static_cast<double>(paineis) / largura, y1 = 1 - static_cast<double>(kTopo) / altura;
+  plvpor(x0, 1, 0, y1);
+  plwind(0, 1, 0, 1);
+  PLFLT w = 0, h = 0;
+  desenhaLegenda(textos, 10.0 / (largura - paineis), static_cast<double>(kAmostra) / (largura - paineis), &h, &w);
+  plend1();
+  plsstrm(antigo);
+  return {static_cast<int>(std::ceil(w * (largura - paineis))), static_cast<int>(std::ceil(h * y1 * altura))};
+}
 
 // Every label of the figure, in order of first appearance: the legend.
 std::vector<std::string> rotulos(const Figura& f) {
@@ -42,19 +97,25 @@ void estilo(int i) {
 void desenhaEm(const Figura& f, const char* dispositivo, const std::string& arquivo) {
   const std::vector<std::string> legenda = rotulos(f);
   const int n = static_cast<int>(f.paineis.size());
-  // The legend widens for long names (a source's, "h5:feats-superpoint.h5"):
-  // about 20 pixels a character, PLplot's gap before the text included.
-  size_t maisLongo = 0;
-  for (const std::string& r : legenda) maisLongo = std::max(maisLongo, r.size());
-  const int largura = kLargura * n + std::max(kLegenda, 100 + 20 * static_cast<int>(maisLongo));
+  // The legend is as wide as its longest name (a source's,
+  // "h5:feats-superpoint.h5") beside the line's sample, and a long one makes
+  // the page taller below the panels, which keep their size. PLplot lays it
+  // out partly in proportion to the page, so the size is found as a fixed
+  // point.
+  const int paineis = kLargura * n;
+  int largura = paineis + kLegenda, altura = kAltura;
+  for (int i = 0; i < 6 && !legenda.empty(); ++i) {
+    const auto [w, h] = tamanhoDaLegenda(legenda, paineis, largura, altura, dispositivo);
+    const int l = std::max(largura, paineis + w + 20), a = std::max(altura, kTopo + h + 20);
+    if (l == largura && a == altura) break;
+    largura = l;
+    altura = a;
+  }
   PLINT antigo = 0, novo = 0;
   plgstrm(&antigo);
   plmkstrm(&novo);
   plsdev(dispositivo);
   plsfnam(arquivo.c_str());
-  // Taller for a long legend (a line per configuration, about 19 pixels
-  // each in the legend's 64 % of the height), so that none is cut off.
-  const int altura = std::max(kAltura, static_cast<int>(19 * legenda.size() / 0.64) + 40);
   plspage(0, 0, largura, altura, 0, 0);
   plscmap0n(2 + kCores);
   plscol0(0, 255, 255, 255);
@@ -62,17 +123,23 @@ void desenhaEm(const Figura& f, const char* dispositivo, const std::string& arqu
   for (int i = 0; i < kCores; ++i) plscol0(2 + i, kPaleta[i][0], kPaleta[i][1], kPaleta[i][2]);
   plinit();
   pladv(0);
-  plschr(0, 0.75);
-  const double fimPaineis = static_cast<double>(kLargura * n) / largura;
+  plschr(kLetra, kEscala);
+  plsmaj(kTicoMaior, 1);
+  plsmin(kTicoMenor, 1);
+  const double fimPaineis = static_cast<double>(paineis) / largura;
+  const double topo = 1 - static_cast<double>(kTopo) / altura, base = 1 - static_cast<double>(kBase) / altura;
   for (int k = 0; k < n; ++k) {
     const Painel& p = f.paineis[k];
     const double x0 = fimPaineis * k / n, x1 = fimPaineis * (k + 1) / n;
-    plvpor(x0 + 0.12 * (x1 - x0), x1 - 0.02 * (x1 - x0), 0.14, 0.78);
+    plvpor(x0 + 0.16 * (x1 - x0), x1 - 0.03 * (x1 - x0), base, topo);
     plwind(p.xMin, p.xMax, p.yMin, p.yMax);
     plcol0(1);
     pllsty(1);
     plbox("bcnst", 0, 0, "bcnstv", 0, 0);
-    pllab(p.eixoX.c_str(), p.eixoY.c_str(), p.titulo.c_str());
+    // pllab sets the y label 5 character heights out, past this panel's
+    // margin; just beyond the tick labels it stays inside.
+    pllab(p.eixoX.c_str(), "", p.titulo.c_str());
+    plmtex("l", 3.6, 0.5, 0.5, p.eixoY.c_str());
     for (const Serie& s : p.series) {
       estilo(static_cast<int>(std::find(legenda.begin(), legenda.end(), s.rotulo) - legenda.begin()));
       std::vector<PLFLT> x, y;
@@ -90,26 +157,14 @@ void desenhaEm(const Figura& f, const char* dispositivo, const std::string& arqu
   plvpor(0, 1, 0, 1);
   plwind(0, 1, 0, 1);
   plcol0(1);
-  plschr(0, 0.95);
+  plschr(kLetra, 0.95);
   plmtex("t", -1.2, 0.5 * fimPaineis, 0.5, f.titulo.c_str());
-  plschr(0, 0.75);
+  plschr(kLetra, kEscala);
   if (!legenda.empty()) {
-    const int m = static_cast<int>(legenda.size());
-    std::vector<PLINT> opcoes(m, PL_LEGEND_LINE), cores(m), estilos(m), coresTexto(m, 1);
-    std::vector<PLFLT> larguras(m, 1.0);
-    std::vector<const char*> textos(m);
-    for (int i = 0; i < m; ++i) {
-      cores[i] = 2 + i % kCores;
-      estilos[i] = 1 + (i / kCores) % 8;
-      textos[i] = legenda[i].c_str();
-    }
-    PLFLT w = 0, h = 0;
-    plvpor(fimPaineis, 1, 0.14, 0.78);
+    plvpor(fimPaineis, 1, 0, topo);
     plwind(0, 1, 0, 1);
-    pllegend(&w, &h, PL_LEGEND_BACKGROUND | PL_LEGEND_BOUNDING_BOX,
-             PL_POSITION_LEFT | PL_POSITION_TOP | PL_POSITION_INSIDE, 0.02, 0.0, 0.12, 0, 1, 1, 0, 0, m, opcoes.data(),
-             0.8, 0.8, 1.6, 0.0, coresTexto.data(), textos.data(), nullptr, nullptr, nullptr, nullptr, cores.data(),
-             estilos.data(), larguras.data(), nullptr, nullptr, nullptr, nullptr);
+    PLFLT w = 0, h = 0;
+    desenhaLegenda(legenda, 10.0 / (largura - paineis), static_cast<double>(kAmostra) / (largura - paineis), &h, &w);
   }
   plend1();
   plsstrm(antigo);
@@ -154,9 +209,10 @@ std::string desenhaEmBytes(const Figura& f, const char* dispositivo, const std::
   bytes << entrada.rdbuf();
   const std::string texto = bytes.str();
   static const std::string fimPng("IEND\xAE\x42\x60\x82", 8);
-  const bool inteiro = std::string(dispositivo) == "pngcairo"
-                           ? texto.size() >= fimPng.size() && texto.compare(texto.size() - fimPng.size(), fimPng.size(), fimPng) == 0
-                           : texto.find("</svg>") != std::string::npos;
+  const bool inteiro =
+      std::string(dispositivo) == "pngcairo"
+          ? texto.size() >= fimPng.size() && texto.compare(texto.size() - fimPng.size(), fimPng.size(), fimPng) == 0
+          : texto.find("</svg>") != std::string::npos;
   if (!inteiro) tvm::erro("Erro: falha ao gravar ", destino);
   return std::string(dispositivo) == "svgcairo" ? numeraSuperficies(texto) : texto;
 }

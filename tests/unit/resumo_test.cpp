@@ -284,6 +284,42 @@ TEST(GraficoPose, PastaDeUmaVarreduraPosada) {
   EXPECT_EQ(arquivos, (std::vector<std::string>{"pose.png", "pose.svg"}));
 }
 
+// However many configurations a legend lists and however long their names,
+// nothing is cut at the figure's border (the first panel's y label, the
+// legend's last lines), and the panels keep their size, ticks and text:
+// series drawn nowhere (no finite point) only lengthen the legend.
+TEST(Figura, LegendaLongaNaoCortaNadaNemMudaOsPaineis) {
+  teste::PastaTemp pasta;
+  const auto figura = [](int rotulos) {
+    plots::Figura f;
+    f.titulo = "Mean matching accuracy";
+    for (const char* titulo : {"Overall", "Viewpoint"}) {
+      plots::Painel p{titulo, "threshold [px]", "MMA", 1, 10, 0, 1, {}};
+      p.series.push_back({"sift/sift/nn", {1, 5, 10}, {0.2, 0.5, 0.6}});
+      for (int k = 1; k < rotulos; ++k)
+        p.series.push_back({"h5:feats-superpoint.h5/mutuo-" + std::to_string(k), {1}, {std::nan("")}});
+      f.paineis.push_back(p);
+    }
+    return f;
+  };
+  cv::Mat paineis;
+  for (int rotulos : {1, 19, 45, 150}) {
+    SCOPED_TRACE(rotulos);
+    plots::desenha(figura(rotulos), pasta / "f");
+    const cv::Mat png = cv::imread(pasta / "f.png", cv::IMREAD_GRAYSCALE);
+    ASSERT_FALSE(png.empty());
+    for (const cv::Mat& borda : {png.row(0), png.row(png.rows - 1), png.col(0), png.col(png.cols - 1)})
+      EXPECT_EQ(cv::countNonZero(borda != 255), 0);
+    // The same panels, up to PLplot's rounding of positions on a larger page
+    // (moved by one pixel, they would differ in 2 % of their pixels).
+    if (paineis.empty()) paineis = png(cv::Rect(0, 0, 1120, 420)).clone();
+    ASSERT_GE(png.rows, paineis.rows);
+    cv::Mat diferenca;
+    cv::absdiff(png(cv::Rect(0, 0, 1120, 420)), paineis, diferenca);
+    EXPECT_LT(cv::countNonZero(diferenca > 96), 0.01 * diferenca.total());
+  }
+}
+
 // ----------------------------------------------------------------- report
 
 TEST(RelatorioPose, AUCsDePoseCSVGraficoEDesenhoDoParPosado) {
