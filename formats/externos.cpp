@@ -1,9 +1,10 @@
 #include "formats/externos.hpp"
 
 #include "formats/externos_plugin.hpp"
+#include "formats/leitor.hpp"
+#include "support/ajudante.hpp"
 #include "support/arquivos.hpp"
 #include "support/erro.hpp"
-#include "support/filho.hpp"
 #include "support/plugin.hpp"
 
 #include <algorithm>
@@ -66,94 +67,18 @@ Caracteristicas leD2Net(const std::string& arquivo, float tamanhoPadrao) {
   return c;
 }
 
-namespace {
-
-// Features and matches as bytes, to come back from the child that read them.
-template <typename T>
-void poe(std::string& s, const T& v) {
-  s.append(reinterpret_cast<const char*>(&v), sizeof v);
-}
-template <typename T>
-T tira(const std::string& s, size_t& i) {
-  T v;
-  if (i + sizeof v > s.size()) tvm::erro("Erro: resposta truncada do leitor de HDF5");
-  std::memcpy(&v, s.data() + i, sizeof v);
-  i += sizeof v;
-  return v;
-}
-
-std::string emBytes(const Caracteristicas& c) {
-  std::string s;
-  poe(s, static_cast<uint64_t>(c.keypoints.size()));
-  poe(s, static_cast<uint8_t>(c.comScores));
-  poe(s, static_cast<int32_t>(c.descritores.type()));
-  poe(s, static_cast<int32_t>(c.descritores.rows));
-  poe(s, static_cast<int32_t>(c.descritores.cols));
-  for (const cv::KeyPoint& k : c.keypoints)
-    for (float v : {k.pt.x, k.pt.y, k.size, k.angle, k.response}) poe(s, v);
-  const cv::Mat d = c.descritores.isContinuous() ? c.descritores : c.descritores.clone();
-  s.append(reinterpret_cast<const char*>(d.data), d.total() * d.elemSize());
-  return s;
-}
-
-Caracteristicas deBytes(const std::string& s) {
-  size_t i = 0;
-  Caracteristicas c;
-  const auto n = tira<uint64_t>(s, i);
-  c.comScores = tira<uint8_t>(s, i) != 0;
-  const auto tipo = tira<int32_t>(s, i), linhas = tira<int32_t>(s, i), colunas = tira<int32_t>(s, i);
-  if (n > (s.size() - i) / (5 * sizeof(float))) tvm::erro("Erro: resposta truncada do leitor de HDF5");
-  c.keypoints.resize(n);
-  for (cv::KeyPoint& k : c.keypoints) {
-    float v[5];
-    for (float& x : v) x = tira<float>(s, i);
-    k = cv::KeyPoint(v[0], v[1], v[2], v[3], v[4]);
-  }
-  c.descritores.create(linhas, colunas, tipo);
-  const size_t bytes = c.descritores.total() * c.descritores.elemSize();
-  if (s.size() - i != bytes) tvm::erro("Erro: resposta truncada do leitor de HDF5");
-  if (bytes > 0) std::memcpy(c.descritores.data, s.data() + i, bytes);
-  return c;
-}
-
-}  // namespace
-
-// libhdf5 dies on some damaged files: each HDF5 read runs in a child process.
+// libhdf5 dies on some damaged files: each HDF5 read is the reader helper's
+// (formats/leitor.hpp).
 Caracteristicas leHloc(const std::string& arquivo, const std::string& imagem, float tamanhoPadrao) {
-  // Resolved here, before the fork: the child finds it mapped.
-  const LeHloc f = externos().hloc;
-  return deBytes(tvm::emFilho(
-      [&] {
-        Caracteristicas c;
-        std::string erro;
-        if (!f(arquivo.c_str(), imagem.c_str(), tamanhoPadrao, &c, &erro)) throw tvm::Erro(erro);
-        return emBytes(c);
-      },
-      "a leitura de " + arquivo));
+  return leitor::caracteristicas(
+      tvm::pedeAoAjudante(leitor::kPrograma, leitor::pedidoHloc(arquivo, imagem, tamanhoPadrao),
+                          "a leitura de " + arquivo));
 }
 
 std::vector<cv::DMatch> leHlocCasamentos(const std::string& arquivo, const std::string& nome0,
                                          const std::string& nome1, size_t n0, size_t n1) {
-  const LeHlocCasamentos f = externos().hlocCasamentos;
-  const std::string bytes = tvm::emFilho(
-      [&] {
-        std::vector<cv::DMatch> lidos;
-        std::string erro, s;
-        if (!f(arquivo.c_str(), nome0.c_str(), nome1.c_str(), n0, n1, &lidos, &erro)) throw tvm::Erro(erro);
-        for (const cv::DMatch& m : lidos) {
-          poe(s, static_cast<int32_t>(m.queryIdx));
-          poe(s, static_cast<int32_t>(m.trainIdx));
-          poe(s, m.distance);
-        }
-        return s;
-      },
-      "a leitura de " + arquivo);
-  std::vector<cv::DMatch> m;
-  for (size_t i = 0; i < bytes.size();) {
-    const auto q = tira<int32_t>(bytes, i), t = tira<int32_t>(bytes, i);
-    m.emplace_back(q, t, tira<float>(bytes, i));
-  }
-  return m;
+  return leitor::casamentos(tvm::pedeAoAjudante(
+      leitor::kPrograma, leitor::pedidoCasamentos(arquivo, nome0, nome1, n0, n1), "a leitura de " + arquivo));
 }
 
 CasamentosDados leSuperGlue(const std::string& arquivo, float tamanhoPadrao) {

@@ -28,9 +28,9 @@ constexpr const char* kPluginExternos = "libquivelar_externos.so";
 
 namespace formats {
 
-// The plug-in's entry points, loaded and resolved once, on the first call.
-// A sweep makes that call before its workers start: a fork while another
-// thread holds the loader's lock would leave the child waiting forever.
+// The plug-in's entry points, loaded and resolved once, on the first call
+// (a sweep makes it before its workers start). Its HDF5 readers are called
+// by the reader helper, quivelar-leitor (formats/leitor.hpp), not here.
 struct Externos {
   LeD2Net d2net;
   LeHloc hloc;

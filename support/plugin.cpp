@@ -9,8 +9,6 @@
 
 namespace tvm {
 
-namespace {
-
 std::string pastaDoPrograma() {
   char caminho[PATH_MAX];
   const ssize_t n = ::readlink("/proc/self/exe", caminho, sizeof caminho - 1);
@@ -18,8 +16,6 @@ std::string pastaDoPrograma() {
   const std::string programa(caminho, static_cast<size_t>(n));
   return programa.substr(0, programa.find_last_of('/') + 1);
 }
-
-}  // namespace
 
 void* carregaPlugin(const char* biblioteca) {
   // Beside the program, or one folder up (the tests and benchmarks live in

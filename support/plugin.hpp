@@ -8,6 +8,9 @@
 
 namespace tvm {
 
+// The folder of the running program, with its final slash ("" when unknown).
+std::string pastaDoPrograma();
+
 // Loads `biblioteca` (found through the program's run path) once; the handle
 // stays for the rest of the run. A missing plug-in stops the tool.
 void* carregaPlugin(const char* biblioteca);

@@ -258,12 +258,6 @@ Plano lePlano(int argc, char** argv) {
                                     [&](const datasets::Sequencia& s) { return contem(fora, s.nome); }),
                      p.sequencias.end());
   if (p.sequencias.empty()) tvm::erro("Erro: nenhuma sequencia fica depois de fora= em ", p.dataset);
-  // Depth maps are read through the same plug-in, forking: loaded now too.
-  for (const datasets::Sequencia& s : p.sequencias)
-    if (std::any_of(s.profundidades.begin(), s.profundidades.end(), [](const std::string& d) { return !d.empty(); })) {
-      formats::externos();
-      break;
-    }
   // KeyRand draws its pairs through the homography.
   for (const datasets::Sequencia& s : p.sequencias)
     for (const Detector& d : p.detectores)

@@ -149,7 +149,7 @@ TEST_F(Externos, FalhasViramLinhas) {
   const std::string script = *pasta_ / "falha.sh";
   std::ofstream(script) << "echo \"modelo nao achado: $1\" >&2\nexit 3\n";
   const teste::Execucao e = teste::roda(
-      {"Varre", "ds", "x", "feat=npz:naoha", "ext=sh " + script + " {imagem} {saida}", "mat=mutuo", "graficos=0"},
+      {"Varre", "ds", "x", "feat=npz:naoha", "ext=sh " + tvm::aspasShell(script) + " {imagem} {saida}", "mat=mutuo", "graficos=0"},
       pasta_->caminho());
   EXPECT_EQ(e.status, 1);
   const formats::TabelaCSV t = formats::leTabelaCSV(*pasta_ / "x/resultados.csv");
