@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,6 +14,8 @@
 #include <cctype>
 #include <stdexcept>
 #include <thread>
+
+extern char** environ;
 
 namespace teste {
 
@@ -23,23 +26,41 @@ static std::string leTudo(int fd) {
   return t;
 }
 
+// posix_spawn, not fork: tests start programs from several threads at once,
+// and a forked child of a threaded process may wait forever on a lock
+// (the allocator's) that another thread held at the fork.
 Processo::Processo(const std::vector<std::string>& args, const std::string& pasta,
                    const std::map<std::string, std::string>& ambiente) {
   std::vector<char*> argv;
   for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
   argv.push_back(nullptr);
+  std::vector<std::string> variaveis;
+  for (char** v = environ; *v != nullptr; ++v) {
+    const std::string var = *v;
+    if (ambiente.count(var.substr(0, var.find('='))) == 0) variaveis.push_back(var);
+  }
+  for (const auto& [nome, valor] : ambiente)
+    if (!valor.empty()) variaveis.push_back(nome + "=" + valor);
+  std::vector<char*> envp;
+  for (std::string& v : variaveis) envp.push_back(v.data());
+  envp.push_back(nullptr);
   out_ = ::memfd_create("out", MFD_CLOEXEC);
   err_ = ::memfd_create("err", MFD_CLOEXEC);
-  if (out_ < 0 || err_ < 0 || (pid_ = ::fork()) < 0) throw std::runtime_error("memfd/fork");
-  if (pid_ > 0) return;
-  ::dup2(::open("/dev/null", O_RDONLY), STDIN_FILENO);
-  ::dup2(out_, STDOUT_FILENO);
-  ::dup2(err_, STDERR_FILENO);
-  if (!pasta.empty() && ::chdir(pasta.c_str()) != 0) ::_exit(126);
-  for (const auto& [nome, valor] : ambiente)
-    valor.empty() ? ::unsetenv(nome.c_str()) : ::setenv(nome.c_str(), valor.c_str(), 1);
-  ::execvp(argv[0], argv.data());
-  ::_exit(127);
+  if (out_ < 0 || err_ < 0) throw std::runtime_error("memfd");
+  posix_spawn_file_actions_t acoes;
+  posix_spawn_file_actions_init(&acoes);
+  posix_spawn_file_actions_addopen(&acoes, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_adddup2(&acoes, out_, STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&acoes, err_, STDERR_FILENO);
+  if (!pasta.empty()) posix_spawn_file_actions_addchdir_np(&acoes, pasta.c_str());
+  const int falha = ::posix_spawnp(&pid_, argv[0], &acoes, nullptr, argv.data(), envp.data());
+  posix_spawn_file_actions_destroy(&acoes);
+  if (falha != 0) {
+    // As a shell reports a program it could not run.
+    pid_ = -1;
+    terminou_ = true;
+    st_ = W_EXITCODE(127, 0);
+  }
 }
 
 Processo::~Processo() {
