@@ -33,10 +33,17 @@ constexpr PLFLT kLetra = 6.7, kEscala = 0.75, kEscalaLegenda = 0.8;
 // Tick lengths in millimetres, fixed for the same reason.
 constexpr PLFLT kTicoMaior = 5.7, kTicoMenor = 2.9;
 
-// PLplot's legend of `textos` in one column, inside the viewport at its top
-// left, `x` and the lines' samples `amostra` wide in its units; its height
-// and width in those units.
-void desenhaLegenda(const std::vector<std::string>& textos, PLFLT x, PLFLT amostra, PLFLT* h, PLFLT* w) {
+// The height of the panels' band at the top of the page, and where the
+// panels and the legend start and end in it, in pixels from the top.
+constexpr int kTopo = 92, kBase = 361;
+
+// PLplot's legend of `textos` in one column, right of `paineis` pixels of
+// panels and below the title on a page `largura` by `altura`; its width and
+// height in pixels.
+std::pair<int, int> desenhaLegenda(const std::vector<std::string>& textos, int paineis, int largura, int altura) {
+  const double area = largura - paineis, topo = 1 - static_cast<double>(kTopo) / altura;
+  plvpor(static_cast<double>(paineis) / largura, 1, 0, topo);
+  plwind(0, 1, 0, 1);
   const int m = static_cast<int>(textos.size());
   std::vector<PLINT> opcoes(m, PL_LEGEND_LINE), cores(m), estilos(m), coresTexto(m, 1);
   std::vector<PLFLT> larguras(m, 1.0);
@@ -46,15 +53,13 @@ void desenhaLegenda(const std::vector<std::string>& textos, PLFLT x, PLFLT amost
     estilos[i] = 1 + (i / kCores) % 8;
     nomes[i] = textos[i].c_str();
   }
-  pllegend(w, h, PL_LEGEND_BACKGROUND | PL_LEGEND_BOUNDING_BOX, PL_POSITION_LEFT | PL_POSITION_TOP | PL_POSITION_INSIDE,
-           x, 0.0, amostra, 0, 1, 1, 0, 0, m, opcoes.data(), 0.8, kEscalaLegenda, 1.6, 0.0, coresTexto.data(),
-           nomes.data(), nullptr, nullptr, nullptr, nullptr, cores.data(), estilos.data(), larguras.data(), nullptr,
-           nullptr, nullptr, nullptr);
+  PLFLT w = 0, h = 0;
+  pllegend(&w, &h, PL_LEGEND_BACKGROUND | PL_LEGEND_BOUNDING_BOX,
+           PL_POSITION_LEFT | PL_POSITION_TOP | PL_POSITION_INSIDE, 10 / area, 0.0, kAmostra / area, 0, 1, 1, 0, 0, m,
+           opcoes.data(), 0.8, kEscalaLegenda, 1.6, 0.0, coresTexto.data(), nomes.data(), nullptr, nullptr, nullptr,
+           nullptr, cores.data(), estilos.data(), larguras.data(), nullptr, nullptr, nullptr, nullptr);
+  return {static_cast<int>(std::ceil(w * area)), static_cast<int>(std::ceil(h * topo * altura))};
 }
-
-// The height of the panels' band at the top of the page, and where the
-// panels and the legend start and end in it, in pixels from the top.
-constexpr int kTopo = 92, kBase = 361;
 
 // The size in pixels of the legend of `textos` on a page `largura` by
 // `altura` whose panels take the first `paineis` pixels, as PLplot lays it
@@ -70,14 +75,10 @@ std::pair<int, int> tamanhoDaLegenda(const std::vector<std::string>& textos, int
   plinit();
   pladv(0);
   plschr(kLetra, kEscala);
-  const double x0 = static_cast<double>(paineis) / largura, y1 = 1 - static_cast<double>(kTopo) / altura;
-  plvpor(x0, 1, 0, y1);
-  plwind(0, 1, 0, 1);
-  PLFLT w = 0, h = 0;
-  desenhaLegenda(textos, 10.0 / (largura - paineis), static_cast<double>(kAmostra) / (largura - paineis), &h, &w);
+  const std::pair<int, int> tamanho = desenhaLegenda(textos, paineis, largura, altura);
   plend1();
   plsstrm(antigo);
-  return {static_cast<int>(std::ceil(w * (largura - paineis))), static_cast<int>(std::ceil(h * y1 * altura))};
+  return tamanho;
 }
 
 // Every label of the figure, in order of first appearance: the legend.
@@ -160,12 +161,7 @@ void desenhaEm(const Figura& f, const char* dispositivo, const std::string& arqu
   plschr(kLetra, 0.95);
   plmtex("t", -1.2, 0.5 * fimPaineis, 0.5, f.titulo.c_str());
   plschr(kLetra, kEscala);
-  if (!legenda.empty()) {
-    plvpor(fimPaineis, 1, 0, topo);
-    plwind(0, 1, 0, 1);
-    PLFLT w = 0, h = 0;
-    desenhaLegenda(legenda, 10.0 / (largura - paineis), static_cast<double>(kAmostra) / (largura - paineis), &h, &w);
-  }
+  if (!legenda.empty()) desenhaLegenda(legenda, paineis, largura, altura);
   plend1();
   plsstrm(antigo);
 }
