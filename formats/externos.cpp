@@ -1,8 +1,6 @@
 #include "formats/externos.hpp"
 
 #include "formats/externos_plugin.hpp"
-#include "formats/leitor.hpp"
-#include "support/ajudante.hpp"
 #include "support/arquivos.hpp"
 #include "support/erro.hpp"
 #include "support/plugin.hpp"
@@ -65,20 +63,6 @@ Caracteristicas leD2Net(const std::string& arquivo, float tamanhoPadrao) {
   std::string erro;
   if (!f(arquivo.c_str(), tamanhoPadrao, &c, &erro)) throw tvm::Erro(erro);
   return c;
-}
-
-// libhdf5 dies on some damaged files: each HDF5 read is the reader helper's
-// (formats/leitor.hpp).
-Caracteristicas leHloc(const std::string& arquivo, const std::string& imagem, float tamanhoPadrao) {
-  return leitor::caracteristicas(
-      tvm::pedeAoAjudante(leitor::kPrograma, leitor::pedidoHloc(arquivo, imagem, tamanhoPadrao),
-                          "a leitura de " + arquivo));
-}
-
-std::vector<cv::DMatch> leHlocCasamentos(const std::string& arquivo, const std::string& nome0,
-                                         const std::string& nome1, size_t n0, size_t n1) {
-  return leitor::casamentos(tvm::pedeAoAjudante(
-      leitor::kPrograma, leitor::pedidoCasamentos(arquivo, nome0, nome1, n0, n1), "a leitura de " + arquivo));
 }
 
 CasamentosDados leSuperGlue(const std::string& arquivo, float tamanhoPadrao) {

@@ -58,6 +58,7 @@ struct CasamentosDados {
 };
 
 Caracteristicas leD2Net(const std::string& arquivo, float tamanhoPadrao);
+// The two HDF5 readers run in the reader helper (defined in formats/leitor.cpp).
 Caracteristicas leHloc(const std::string& arquivo, const std::string& imagem, float tamanhoPadrao);
 // `nome0`, `nome1`: the two images' names as the features file has them.
 std::vector<cv::DMatch> leHlocCasamentos(const std::string& arquivo, const std::string& nome0,

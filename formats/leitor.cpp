@@ -1,6 +1,9 @@
 #include "formats/leitor.hpp"
 
+#include "formats/externos.hpp"
 #include "formats/externos_plugin.hpp"
+#include "formats/profundidade.hpp"
+#include "support/ajudante.hpp"
 #include "support/erro.hpp"
 
 #include <cstdint>
@@ -51,8 +54,6 @@ std::string emBytes(const Caracteristicas& c) {
   s.append(reinterpret_cast<const char*>(d.data), d.total() * d.elemSize());
   return s;
 }
-
-}  // namespace
 
 std::string pedidoHloc(const std::string& arquivo, const std::string& imagem, float tamanhoPadrao) {
   std::string s(1, char(kHloc));
@@ -118,6 +119,12 @@ cv::Mat_<float> profundidade(const std::string& s) {
   return d;
 }
 
+std::string pede(const std::string& pedido, const std::string& arquivo) {
+  return tvm::pedeAoAjudante(kPrograma, pedido, "a leitura de " + arquivo);
+}
+
+}  // namespace
+
 std::string atende(const std::string& pedido) {
   size_t i = 0;
   const auto tipo = tira<uint8_t>(pedido, i);
@@ -153,3 +160,21 @@ std::string atende(const std::string& pedido) {
 }
 
 }  // namespace formats::leitor
+
+namespace formats {
+
+// libhdf5 dies on some damaged files: each HDF5 read is the helper's.
+Caracteristicas leHloc(const std::string& arquivo, const std::string& imagem, float tamanhoPadrao) {
+  return leitor::caracteristicas(leitor::pede(leitor::pedidoHloc(arquivo, imagem, tamanhoPadrao), arquivo));
+}
+
+std::vector<cv::DMatch> leHlocCasamentos(const std::string& arquivo, const std::string& nome0,
+                                         const std::string& nome1, size_t n0, size_t n1) {
+  return leitor::casamentos(leitor::pede(leitor::pedidoCasamentos(arquivo, nome0, nome1, n0, n1), arquivo));
+}
+
+cv::Mat_<float> leProfundidade(const std::string& arquivo) {
+  return leitor::profundidade(leitor::pede(leitor::pedidoProfundidade(arquivo), arquivo));
+}
+
+}  // namespace formats

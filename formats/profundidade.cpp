@@ -1,17 +1,10 @@
 #include "formats/profundidade.hpp"
 
 #include "formats/externos_plugin.hpp"
-#include "formats/leitor.hpp"
-#include "support/ajudante.hpp"
 #include "support/erro.hpp"
 #include "support/plugin.hpp"
 
 namespace formats {
-
-cv::Mat_<float> leProfundidade(const std::string& arquivo) {
-  return leitor::profundidade(
-      tvm::pedeAoAjudante(leitor::kPrograma, leitor::pedidoProfundidade(arquivo), "a leitura de " + arquivo));
-}
 
 void escreveProfundidade(const cv::Mat_<float>& d, tvm::SaidaSegura& saida) {
   const EscreveProfundidade f = externos().escreveProfundidade;

@@ -12,8 +12,8 @@
 
 namespace formats {
 
-// Read by the reader helper (formats/leitor.hpp): libhdf5 1.10 can die on a
-// damaged file, which then costs one error line instead of the tool.
+// Read by the reader helper (defined in formats/leitor.cpp): libhdf5 1.10
+// can die on a damaged file, which then costs one error line, not the tool.
 cv::Mat_<float> leProfundidade(const std::string& arquivo);
 
 // Writes `d` as little-endian float32 into the temporary of `saida`, which
